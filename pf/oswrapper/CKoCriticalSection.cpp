@@ -1,0 +1,48 @@
+#include "pf/oswrapper/CKoCriticalSection.h"
+
+#include "pf/oswrapper/KoSyslog.h"
+#include "pf/oswrapper/TKoOptional.h"
+
+#include <cerrno>
+
+static_assert(sizeof(CKoCriticalSection) == 8 && alignof(CKoCriticalSection) == 4,
+              "callers reserve this much");
+static_assert(sizeof(TKoOptional<CKoCriticalSection, 8, 4>) == 12, "a flag, then the section");
+
+CKoCriticalSection::~CKoCriticalSection()
+{
+    const int error = KoPlatform::pthread_mutex_destroy(&m_mutex);
+    if (error != 0)
+    {
+        KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to destroy CKoCriticalSection: error=%d", error);
+    }
+}
+
+void CKoCriticalSection::create() noexcept
+{
+    const int error = KoPlatform::pthread_mutex_init(&m_mutex, nullptr);
+    if (error != 0)
+    {
+        KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to create CKoCriticalSection: error=%d", error);
+    }
+}
+
+void CKoCriticalSection::lockContended() noexcept
+{
+    if (KoPlatform::sThreadIdentity.kernelId == 0U)
+    {
+        KoPlatform::loadKernelThreadId();
+        lock();
+        return;
+    }
+    // A timeout that the thread had armed for another call is gone with the first try and must not cost the
+    // lock.
+    while (KoPlatform::SyncMutexLock_r(&m_mutex) == ETIMEDOUT)
+    {
+    }
+}
+
+void CKoCriticalSection::unlockContended() noexcept
+{
+    KoPlatform::SyncMutexUnlock_r(&m_mutex);
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "pf/base/KoExport.h"
+#include "pf/platform/KoPlatformSync.h"
+#include "pf/platform/KoPlatformThread.h"
+
+/// The library's plain lock: not recursive, private to the process, priority inheriting, small enough to be a
+/// member everywhere. Use it through TKoAutoLock; use CKoMutex for a recursive lock or one with time-outs.
+///
+///     TKoAutoLock<CKoCriticalSection> guard(m_lock);
+///
+/// Owns one `_sync` record (two words). Not copyable. Any thread may lock; the thread that locked unlocks. A
+/// static object of this class is initialised at compile time and can be used by any constructor. One that
+/// was destroyed is left free, so that a late user at process end still finds a working lock.
+///
+/// Memory order: lock acquires what the last unlock released.
+///
+/// Cost: without contention one compare-and-swap each, no call and no kernel entry. A thread that locks a
+/// section it already holds is not blocked, and its first unlock releases the lock. A section whose owner
+/// ended without unlocking is taken over by the next one.
+class CKoCriticalSection
+{
+public:
+    /// Creates a free section. A failure is logged; the object then works as long as nobody has to wait.
+    constexpr CKoCriticalSection() noexcept
+        : m_mutex{0U, 0U}
+    {
+        if (!__builtin_is_constant_evaluated())
+        {
+            create();
+        }
+    }
+
+    /// A section that is still locked is logged.
+    KO_EXPORT ~CKoCriticalSection();
+
+    CKoCriticalSection(const CKoCriticalSection&) = delete;
+    CKoCriticalSection& operator=(const CKoCriticalSection&) = delete;
+
+    /// Waits without limit until the section is the caller's. Preserves `errno`.
+    void lock() noexcept
+    {
+        const unsigned int self = KoPlatform::sThreadIdentity.kernelId;
+        unsigned int free = 0U;
+        // Acquire pairs with the release in unlock.
+        const bool taken = self != 0U && __atomic_compare_exchange_n(&m_mutex.owner, &free, self, false,
+                                                                     __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+        if (__builtin_expect(!taken, 0))
+        {
+            lockContended();
+        }
+    }
+
+    /// Releases the section; nothing happens when it is not the caller's. Preserves `errno`.
+    void unlock() noexcept
+    {
+        unsigned int self = KoPlatform::sThreadIdentity.kernelId;
+        // Release pairs with the acquire in lock. Once this succeeds another thread may destroy the section.
+        const bool released =
+            __atomic_compare_exchange_n(&m_mutex.owner, &self, 0U, false, __ATOMIC_RELEASE, __ATOMIC_RELAXED);
+        if (__builtin_expect(!released, 0))
+        {
+            unlockContended();
+        }
+    }
+
+private:
+    friend class CKoWaitCondition;
+
+    KO_EXPORT void create() noexcept;
+    KO_EXPORT void lockContended() noexcept;
+    KO_EXPORT void unlockContended() noexcept;
+
+    _sync m_mutex;
+};

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "pf/base/KoExport.h"
+
+/// Snapshot of the heap accounting.
+struct SKoHeapInfo
+{
+    unsigned int allocatedBytes; ///< requested bytes of all live blocks; 0 when the process is not traced
+};
+
+/// All heap memory of the library and of the processes built on it.
+///
+/// The global `operator new` and `operator delete` are replaced by it. Blocks of all its functions share one
+/// layout: any of them releases or resizes a block of any other. Blocks are aligned for every standard type.
+///
+/// With the start-up option "--memtrace=1" the requested bytes of all live blocks are counted; a small header
+/// in front of each block remembers its size. Every allocation and resize sets `errno` to 0 first: read an
+/// error number before anything allocates. Any thread may call; tracing off, a call costs what the C
+/// allocator costs.
+namespace KoMemory
+{
+
+/// \return the block; null for size 0, or with `errno` when memory is exhausted.
+KO_EXPORT void* alloc(unsigned int size);
+
+/// As alloc, but never null for a size above 0: a failure writes a backtrace file and ends the process.
+KO_EXPORT void* allocChecked(unsigned int size);
+
+/// Identical to alloc.
+KO_EXPORT void* allocCached(unsigned int size);
+
+/// Resizes a block. A null block is allocated; size 0 releases the block and gives null.
+/// \return the block, possibly moved; null with `errno` when memory is exhausted: the old block stays
+/// allocated but is no longer counted.
+KO_EXPORT void* realloc(void* block, unsigned int size);
+
+/// As realloc, but a failure for a size above 0 writes a backtrace file and ends the process.
+KO_EXPORT void* reallocChecked(void* block, unsigned int size);
+
+/// Releases a block of any function above or of `operator new`; null is ignored.
+KO_EXPORT void release(void* block);
+
+/// The same; the size is ignored.
+KO_EXPORT void release(void* block, unsigned int size);
+
+KO_EXPORT SKoHeapInfo getHeapInfo();
+
+/// The counter of SKoHeapInfo.
+KO_EXPORT unsigned int getAllocatedBytes();
+
+} // namespace KoMemory
+
+/// The same under plain symbol names, for code that knows no namespaces.
+extern "C"
+{
+    KO_EXPORT void* allocateMemory(unsigned int size);
+    KO_EXPORT void* allocateCheckedMemory(unsigned int size);
+    KO_EXPORT void* allocateCachedMemory(unsigned int size);
+    KO_EXPORT void* reallocateMemory(void* block, unsigned int size);
+    KO_EXPORT void* reallocateCheckedMemory(void* block, unsigned int size);
+    KO_EXPORT void releaseMemory(void* block);
+    KO_EXPORT void releaseMemoryEx(void* block, unsigned int size);
+}

@@ -1,0 +1,451 @@
+#include "pf/platform/KoPlatformSync.h"
+
+#include "pf/platform/KoPlatformClock.h"
+#include "pf/platform/KoPlatformLog.h"
+#include "pf/platform/KoPlatformThread.h"
+#include "pf/platform/KoPlatformTimeout.h"
+#include "pf/platform/KoSyncRecord.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sched.h>
+
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KO_THREAD_SANITIZER 1
+#endif
+#elif defined(__SANITIZE_THREAD__)
+#define KO_THREAD_SANITIZER 1
+#endif
+
+#ifdef KO_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
+static_assert(sizeof(_sync) == 8 && alignof(_sync) == 4, "the record's layout is the same on every target");
+
+namespace
+{
+
+using namespace KoPlatform;
+
+// About four microseconds: longer than a short guarded section, shorter than sleeping and being woken.
+constexpr int SPIN_COUNT = 100;
+
+// Kernel refusals that pass when another thread has ended or memory is there again.
+constexpr unsigned long long PAUSE_NS = 1000000ULL;
+constexpr int MAX_PAUSES_OF_DAMAGED_RECORD = 1000;
+
+constexpr int LOG_SEVERITY_ERROR = 2;
+
+// What the kernel did to the owner word is invisible to the thread sanitizer.
+void annotateAcquired([[maybe_unused]] _sync& mutex)
+{
+#ifdef KO_THREAD_SANITIZER
+    __tsan_acquire(&mutex.owner);
+#endif
+}
+
+void annotateReleasing([[maybe_unused]] _sync& mutex)
+{
+#ifdef KO_THREAD_SANITIZER
+    __tsan_release(&mutex.owner);
+#endif
+}
+
+void relaxProcessor()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    asm volatile("yield" ::: "memory");
+#endif
+}
+
+/// Whether another thread can run while this one spins.
+bool hasSeveralProcessors()
+{
+    // The same for every writer, so relaxed: 0 until asked, then 1 or 2.
+    static int sProcessors = 0;
+    int processors = __atomic_load_n(&sProcessors, __ATOMIC_RELAXED);
+    if (processors == 0)
+    {
+        const int savedErrno = errno;
+        cpu_set_t allowed;
+        const bool several = sched_getaffinity(0, sizeof(allowed), &allowed) != 0 || CPU_COUNT(&allowed) > 1;
+        errno = savedErrno;
+        processors = several ? 2 : 1;
+        __atomic_store_n(&sProcessors, processors, __ATOMIC_RELAXED);
+    }
+    return processors > 1;
+}
+
+/// Replaces the owner word. Acquire pairs with the release in pthread_mutex_unlock and
+/// CKoCriticalSection::unlock.
+bool exchangeOwner(_sync& mutex, unsigned int from, unsigned int to)
+{
+    return __atomic_compare_exchange_n(&mutex.owner, &from, to, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+}
+
+bool takeFree(_sync& mutex, unsigned int self)
+{
+    return exchangeOwner(mutex, 0U, self);
+}
+
+void setCount(_sync& mutex, unsigned int value)
+{
+    __atomic_store_n(&mutex.count, value, __ATOMIC_RELAXED);
+}
+
+/// The new owner forgets how often the dead one had locked, and remembers that there was one.
+void noteDeadOwner(_sync& mutex)
+{
+    setCount(mutex, (countWord(mutex) & SYNC_KIND) | SYNC_OWNER_DIED);
+}
+
+/// Takes a mutex whose owner is known to be dead, unless another thread was faster.
+bool takeFromDead(_sync& mutex, unsigned int word, unsigned int self)
+{
+    if (!exchangeOwner(mutex, word, self | (word & OWNER_WAITERS)))
+    {
+        return false;
+    }
+    annotateAcquired(mutex);
+    noteDeadOwner(mutex);
+    return true;
+}
+
+/// What remains to be done when the kernel has made the caller the owner.
+void finishKernelLock(_sync& mutex)
+{
+    annotateAcquired(mutex);
+    if ((ownerWord(mutex) & OWNER_DIED) != 0U)
+    {
+        // The kernel may set the waiters bit meanwhile, hence no plain store; ordered by the lock itself.
+        __atomic_fetch_and(&mutex.owner, ~OWNER_DIED, __ATOMIC_RELAXED);
+        noteDeadOwner(mutex);
+    }
+}
+
+/// The owner locks again.
+int lockAgain(_sync& mutex, int errorIfNotRecursive)
+{
+    const unsigned int count = countWord(mutex);
+    if ((count & SYNC_RECURSIVE) == 0U)
+    {
+        return errorIfNotRecursive;
+    }
+    if ((count & SYNC_COUNT) == SYNC_COUNT)
+    {
+        return EAGAIN;
+    }
+    setCount(mutex, count + 1U);
+    return 0;
+}
+
+/// Waits a moment for an owner that runs on another processor. Once threads wait in the kernel the mutex goes
+/// from one to the next without becoming free, so there is nothing to watch for.
+bool spinUntilFree(_sync& mutex, unsigned int self)
+{
+    if (!hasSeveralProcessors())
+    {
+        return false;
+    }
+    for (int i = 0; i < SPIN_COUNT; ++i)
+    {
+        const unsigned int word = ownerWord(mutex);
+        if (word == 0U && takeFree(mutex, self))
+        {
+            return true;
+        }
+        if ((word & OWNER_WAITERS) != 0U)
+        {
+            return false;
+        }
+        relaxProcessor();
+    }
+    return false;
+}
+
+/// Waits in the kernel, and decides what its refusals mean.
+class KernelWait
+{
+public:
+    KernelWait(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
+        : m_mutex(mutex)
+        , m_self(self)
+        , m_deadlineNs(deadlineNs)
+    {
+    }
+
+    int run()
+    {
+        for (;;)
+        {
+            const unsigned int word = ownerWord(m_mutex);
+            const int error = futexLock(&m_mutex.owner, isShared(m_mutex), m_deadlineNs);
+            if (error == 0)
+            {
+                finishKernelLock(m_mutex);
+                return 0;
+            }
+            if (error == ESRCH && takeFromDead(m_mutex, word, m_self))
+            {
+                return 0;
+            }
+            if (isFinal(error))
+            {
+                return error;
+            }
+            if (mustPause(error) && !pause())
+            {
+                return ETIMEDOUT;
+            }
+        }
+    }
+
+private:
+    bool isFinal(int error)
+    {
+        switch (error)
+        {
+        case EAGAIN: // the owner is just ending
+        case EINTR:
+        case ESRCH:   // the word changed hands between the look at it and the call
+        case EDEADLK: // threads wait for each other
+        case ENOMEM:
+            return false;
+        case EINVAL: // passes when it comes from owners and waiters that were killed
+            return m_pauses >= MAX_PAUSES_OF_DAMAGED_RECORD;
+        default:
+            return true;
+        }
+    }
+
+    bool mustPause(int error)
+    {
+        if (error == EDEADLK && !m_reported)
+        {
+            m_reported = true;
+            slogf(0, LOG_SEVERITY_ERROR, "deadlock: thread %u waits for a lock of thread %u", m_self,
+                  ownerWord(m_mutex) & OWNER_ID);
+        }
+        return error == EDEADLK || error == ENOMEM || error == EINVAL;
+    }
+
+    /// \return false when the deadline has passed.
+    bool pause()
+    {
+        ++m_pauses;
+        const unsigned long long now = monotonicNow();
+        if (now >= m_deadlineNs)
+        {
+            return false;
+        }
+        delayUntil(std::min(m_deadlineNs, now + PAUSE_NS));
+        return true;
+    }
+
+    _sync& m_mutex;
+    const unsigned int m_self;
+    const unsigned long long m_deadlineNs;
+    int m_pauses = 0;
+    bool m_reported = false;
+};
+
+int waitForMutex(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
+{
+    if (spinUntilFree(mutex, self))
+    {
+        return 0;
+    }
+    return KernelWait(mutex, self, deadlineNs).run();
+}
+
+/// Whether the word names an owner that no longer exists.
+bool isOwnerDead(unsigned int word)
+{
+    return (word & OWNER_ID) != 0U && !threadExists(word & OWNER_ID);
+}
+
+int setFlag(SyncAttributes* attributes, unsigned int flag, int enabled)
+{
+    if ((attributes->flags & SYNC_ATTRIBUTES) == 0U || (enabled != 0 && enabled != 1))
+    {
+        return EINVAL;
+    }
+    attributes->flags = enabled != 0 ? attributes->flags | flag : attributes->flags & ~flag;
+    return 0;
+}
+
+} // namespace
+
+namespace KoPlatform
+{
+
+int lockMutexUntil(_sync& mutex, unsigned long long deadlineNs)
+{
+    const unsigned int self = kernelThreadSelf();
+    if (takeFree(mutex, self))
+    {
+        return 0;
+    }
+    if (isOwnedBy(mutex, self))
+    {
+        return lockAgain(mutex, EDEADLK);
+    }
+    return waitForMutex(mutex, self, deadlineNs);
+}
+
+unsigned int releaseMutex(_sync& mutex)
+{
+    const unsigned int count = countWord(mutex);
+    setCount(mutex, count & ~SYNC_COUNT);
+    pthread_mutex_unlock(&mutex);
+    return count & SYNC_COUNT;
+}
+
+void restoreMutex(_sync& mutex, unsigned int lockedAgain)
+{
+    setCount(mutex, countWord(mutex) | lockedAgain);
+}
+
+int pthread_mutexattr_init(SyncAttributes* attributes)
+{
+    attributes->flags = SYNC_ATTRIBUTES;
+    return 0;
+}
+
+int pthread_mutexattr_destroy(SyncAttributes* attributes)
+{
+    const bool initialised = (attributes->flags & SYNC_ATTRIBUTES) != 0U;
+    attributes->flags = 0U;
+    return initialised ? 0 : EINVAL;
+}
+
+int pthread_mutexattr_setrecursive(SyncAttributes* attributes, int enabled)
+{
+    return setFlag(attributes, SYNC_RECURSIVE, enabled);
+}
+
+int pthread_mutexattr_setpshared(SyncAttributes* attributes, int shared)
+{
+    return setFlag(attributes, SYNC_SHARED, shared);
+}
+
+int pthread_mutex_init(_sync* mutex, const SyncAttributes* attributes)
+{
+    // Set once the kernel has been asked and said yes; guards nothing else: relaxed.
+    static bool sSupported = false;
+    *mutex = _sync{0U, 0U};
+    if (attributes != nullptr)
+    {
+        if ((attributes->flags & SYNC_ATTRIBUTES) == 0U)
+        {
+            return EINVAL;
+        }
+        mutex->count = attributes->flags & SYNC_KIND;
+    }
+    if (__atomic_load_n(&sSupported, __ATOMIC_RELAXED))
+    {
+        return 0;
+    }
+    const int error = futexCheckPriorityInheritance();
+    __atomic_store_n(&sSupported, error == 0, __ATOMIC_RELAXED);
+    return error;
+}
+
+int pthread_mutex_lock(_sync* mutex)
+{
+    return lockMutexUntil(*mutex, takeTimeout(TIMEOUT_MUTEX, nullptr));
+}
+
+int pthread_mutex_trylock(_sync* mutex)
+{
+    const unsigned int self = kernelThreadSelf();
+    if (takeFree(*mutex, self))
+    {
+        return 0;
+    }
+    if (isOwnedBy(*mutex, self))
+    {
+        return lockAgain(*mutex, EBUSY);
+    }
+    const unsigned int word = ownerWord(*mutex);
+    return isOwnerDead(word) && takeFromDead(*mutex, word, self) ? 0 : EBUSY;
+}
+
+int pthread_mutex_timedlock_monotonic(_sync* mutex, unsigned long long deadlineNs)
+{
+    takeTimeout(0U, nullptr);
+    return lockMutexUntil(*mutex, deadlineNs);
+}
+
+int pthread_mutex_unlock(_sync* mutex)
+{
+    unsigned int self = kernelThreadSelf();
+    if (!isOwnedBy(*mutex, self))
+    {
+        return EPERM;
+    }
+    const unsigned int count = countWord(*mutex);
+    if ((count & SYNC_COUNT) != 0U)
+    {
+        setCount(*mutex, count - 1U);
+        return 0;
+    }
+    // Release pairs with the acquire of the next lock. Once this succeeds another thread may destroy the
+    // mutex.
+    if (__atomic_compare_exchange_n(&mutex->owner, &self, 0U, false, __ATOMIC_RELEASE, __ATOMIC_RELAXED))
+    {
+        return 0;
+    }
+    return SyncMutexUnlock_r(mutex);
+}
+
+int pthread_mutex_destroy(_sync* mutex)
+{
+    const unsigned int word = ownerWord(*mutex);
+    if (word != 0U && !isOwnerDead(word))
+    {
+        return EBUSY;
+    }
+    *mutex = _sync{0U, 0U};
+    return 0;
+}
+
+int SyncMutexLock_r(_sync* mutex)
+{
+    const unsigned int self = kernelThreadSelf();
+    const unsigned long long deadlineNs = takeTimeout(TIMEOUT_MUTEX, nullptr);
+    if (isOwnedBy(*mutex, self))
+    {
+        return EDEADLK;
+    }
+    return waitForMutex(*mutex, self, deadlineNs);
+}
+
+int SyncMutexUnlock_r(_sync* mutex)
+{
+    const unsigned int self = kernelThreadSelf();
+    int error = EAGAIN;
+    for (int i = 0; error != 0 && i < MAX_PAUSES_OF_DAMAGED_RECORD; ++i)
+    {
+        if (!isOwnedBy(*mutex, self))
+        {
+            return EPERM;
+        }
+        annotateReleasing(*mutex);
+        error = futexUnlock(&mutex->owner, isShared(*mutex));
+    }
+    return error;
+}
+
+bool takeOwnerDied(_sync* mutex)
+{
+    const unsigned int count = countWord(*mutex);
+    setCount(*mutex, count & ~SYNC_OWNER_DIED);
+    return (count & SYNC_OWNER_DIED) != 0U;
+}
+
+} // namespace KoPlatform

@@ -1,0 +1,124 @@
+#pragma once
+
+#include "pf/base/KoExport.h"
+
+/// The kernel's synchronisation record: a mutex or a condition variable in two words.
+///
+/// As a mutex, `owner` is 0 while it is free and holds the owner's kernel thread id otherwise, with the top
+/// bit set while others wait in the kernel; `count` holds its kind and how often a recursive one is locked
+/// again. As a condition variable, `owner` is the sequence number that waiters sleep on and `count` the
+/// number of waiters and its kind.
+///
+/// An all-zero record is a valid mutex (not recursive, private to the process) and a valid condition
+/// variable. Records must not be copied while they are in use. Size and alignment are the same on every
+/// target, so a record may lie in memory that processes share (processes of one process-id namespace).
+struct _sync
+{
+    unsigned int count;
+    unsigned int owner;
+};
+
+/// Mutexes and condition variables on `_sync` records, under the kernel's call names.
+///
+/// All functions return 0 or an error number and leave `errno` alone. Any thread may call them. Deadlines are
+/// absolute nanoseconds of the monotonic clock. Interruptions by signals are never seen. Mutexes pass the
+/// priority of a waiter on to the owner.
+///
+/// An owner that ends without unlocking does not block the others: the next one gets the lock, and
+/// takeOwnerDied tells it. A dead owner whose thread id the kernel has given to a new thread looks alive
+/// until that thread ends.
+///
+/// Memory order: locking acquires what the unlocking thread released.
+namespace KoPlatform
+{
+
+/// Attributes of a mutex or condition variable that is to be created.
+struct SyncAttributes
+{
+    unsigned int flags;
+};
+
+/// Fills the record with the defaults: not recursive, private to the process.
+KO_EXPORT int pthread_mutexattr_init(SyncAttributes* attributes);
+/// Ends the use of the record; `EINVAL` when it is not initialised.
+KO_EXPORT int pthread_mutexattr_destroy(SyncAttributes* attributes);
+/// \param enabled 1 or 0; any other value is `EINVAL`, as is a record that is not initialised.
+KO_EXPORT int pthread_mutexattr_setrecursive(SyncAttributes* attributes, int enabled);
+/// \param shared 1 or 0; any other value is `EINVAL`, as is a record that is not initialised.
+KO_EXPORT int pthread_mutexattr_setpshared(SyncAttributes* attributes, int shared);
+
+/// Creates a free mutex.
+/// \param attributes null for the defaults.
+/// \return 0; `EINVAL` for attributes that are not initialised; `ENOTSUP` when the kernel cannot block on
+/// such records (the mutex then works as long as nobody has to wait).
+KO_EXPORT int pthread_mutex_init(_sync* mutex, const SyncAttributes* attributes);
+
+/// Waits until the mutex is the caller's. Takes an armed timeout (TimerTimeout) for the mutex state.
+/// \return 0; `EDEADLK` at once when the caller owns it already and it is not recursive; `EAGAIN` when a
+/// recursive one is locked too often; `ETIMEDOUT` when an armed timeout ran out; `EINVAL` when the record is
+/// damaged. Threads that wait for each other are reported to the system log and keep waiting.
+KO_EXPORT int pthread_mutex_lock(_sync* mutex);
+
+/// Takes the mutex if that is possible at once. \return 0, or `EBUSY`.
+KO_EXPORT int pthread_mutex_trylock(_sync* mutex);
+
+/// Waits for the mutex until the deadline. Results as of pthread_mutex_lock; `ETIMEDOUT` when the deadline
+/// has passed. A free mutex is taken even after the deadline. An armed timeout is dropped.
+KO_EXPORT int pthread_mutex_timedlock_monotonic(_sync* mutex, unsigned long long deadlineNs);
+
+/// Gives the mutex back, or one of several locks of a recursive one. \return 0; `EPERM` when it is not the
+/// caller's.
+KO_EXPORT int pthread_mutex_unlock(_sync* mutex);
+
+/// Ends the use of a mutex and leaves the record all zero. \return 0; `EBUSY` while a living thread owns it
+/// (nothing changes then).
+KO_EXPORT int pthread_mutex_destroy(_sync* mutex);
+
+/// Slow path of locking: waits for a mutex that the caller does not own and could not take in user space.
+/// Results as of pthread_mutex_lock.
+KO_EXPORT int SyncMutexLock_r(_sync* mutex);
+
+/// Slow path of unlocking: gives the caller's mutex to a waiter. \return 0; `EPERM` when it is not the
+/// caller's.
+KO_EXPORT int SyncMutexUnlock_r(_sync* mutex);
+
+/// Tells the owner, once, whether the mutex was taken over from a thread that ended without unlocking it, so
+/// that it can repair what the mutex guards. Only for the owner.
+KO_EXPORT bool takeOwnerDied(_sync* mutex);
+
+/// Fills the record with the defaults: private to the process, monotonic clock.
+KO_EXPORT int pthread_condattr_init(SyncAttributes* attributes);
+/// Ends the use of the record; `EINVAL` when it is not initialised.
+KO_EXPORT int pthread_condattr_destroy(SyncAttributes* attributes);
+/// \param clockId the monotonic clock of KoPlatformClock.h; any other is `EINVAL`.
+KO_EXPORT int pthread_condattr_setclock(SyncAttributes* attributes, int clockId);
+/// \param shared 1 or 0; any other value is `EINVAL`, as is a record that is not initialised.
+KO_EXPORT int pthread_condattr_setpshared(SyncAttributes* attributes, int shared);
+
+/// Creates a condition variable.
+/// \param attributes null for the defaults. \return 0; `EINVAL` for attributes that are not initialised.
+KO_EXPORT int pthread_cond_init(_sync* condition, const SyncAttributes* attributes);
+
+/// Gives the caller's mutex back, waits to be woken, and takes the mutex again (as often as it was locked).
+/// Takes an armed timeout for the condition-variable state; if that timeout names the mutex state too, it
+/// also bounds taking the mutex again. \return 0 after a wake-up, which may be nobody's; `EPERM` at once when
+/// the mutex is not the caller's; `ETIMEDOUT` when an armed timeout ran out. The mutex is the caller's
+/// afterwards, unless the timeout ran out while the mutex was awaited.
+KO_EXPORT int pthread_cond_wait(_sync* condition, _sync* mutex);
+
+/// The same until the deadline: `ETIMEDOUT` once it has passed, with the mutex taken again. An armed timeout
+/// is dropped.
+KO_EXPORT int pthread_cond_timedwait(_sync* condition, _sync* mutex, unsigned long long deadlineNs);
+
+/// Wakes one waiter, if there is one. The caller need not own the mutex. Enters the kernel only when somebody
+/// waits.
+KO_EXPORT int pthread_cond_signal(_sync* condition);
+
+/// Wakes all waiters.
+KO_EXPORT int pthread_cond_broadcast(_sync* condition);
+
+/// Ends the use of a condition variable and leaves the record all zero. Waits for threads that were woken to
+/// leave it. \return 0; `EBUSY` while threads wait (nothing changes then).
+KO_EXPORT int pthread_cond_destroy(_sync* condition);
+
+} // namespace KoPlatform

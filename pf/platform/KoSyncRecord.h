@@ -1,0 +1,51 @@
+#pragma once
+
+#include "pf/platform/KoFutex.h"
+#include "pf/platform/KoPlatformSync.h"
+
+/// What the mutex and the condition-variable calls share about `_sync` records.
+namespace KoPlatform
+{
+
+/// Map of a count word: the kind in the upper bits, below it how often a recursive mutex is locked again, or
+/// the number of a condition variable's waiters. Attribute records use the same bits of kind.
+constexpr unsigned int SYNC_RECURSIVE = 0x80000000U;
+constexpr unsigned int SYNC_SHARED = 0x40000000U;
+constexpr unsigned int SYNC_OWNER_DIED = 0x20000000U; ///< taken over from a dead owner, not told yet
+constexpr unsigned int SYNC_ATTRIBUTES = 0x10000000U; ///< an attribute record that is initialised
+constexpr unsigned int SYNC_KIND = SYNC_RECURSIVE | SYNC_SHARED;
+constexpr unsigned int SYNC_COUNT = 0x00FFFFFFU;
+
+/// Relaxed: the kind never changes while the record is in use, and of the rest only the owner's view matters.
+inline unsigned int countWord(const _sync& sync)
+{
+    return __atomic_load_n(&sync.count, __ATOMIC_RELAXED);
+}
+
+/// Relaxed: whether a thread owns the word is settled by compare-and-swap or by the thread itself.
+inline unsigned int ownerWord(const _sync& sync)
+{
+    return __atomic_load_n(&sync.owner, __ATOMIC_RELAXED);
+}
+
+inline bool isShared(const _sync& sync)
+{
+    return (countWord(sync) & SYNC_SHARED) != 0U;
+}
+
+inline bool isOwnedBy(const _sync& sync, unsigned int kernelId)
+{
+    return (ownerWord(sync) & OWNER_ID) == kernelId;
+}
+
+/// Takes or waits for a mutex until the deadline; see pthread_mutex_lock.
+int lockMutexUntil(_sync& mutex, unsigned long long deadlineNs);
+
+/// Gives a mutex back that the caller owns, however often it was locked. \return how often it was locked
+/// again.
+unsigned int releaseMutex(_sync& mutex);
+
+/// Makes a mutex that was just taken count as locked again so many times.
+void restoreMutex(_sync& mutex, unsigned int lockedAgain);
+
+} // namespace KoPlatform

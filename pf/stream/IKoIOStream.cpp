@@ -1,0 +1,3 @@
+#include "pf/stream/IKoIOStream.h"
+
+IKoIOStream::~IKoIOStream() = default;
