@@ -1,0 +1,97 @@
+#include "tests/support/Deadline.h"
+
+#include <climits>
+#include <ctime>
+
+#include <sched.h>
+
+namespace KoTest
+{
+
+namespace
+{
+
+constexpr std::uint64_t NS_PER_MS = 1000000;
+
+std::uint64_t nowNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000000000U + static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+} // namespace
+
+bool isEmulated()
+{
+#ifdef KO_TEST_EMULATOR
+    return true;
+#else
+    return false;
+#endif
+}
+
+unsigned int slowness()
+{
+#if defined(KO_TEST_SANITIZER)
+    return 8;
+#elif defined(KO_TEST_EMULATOR)
+    return 10;
+#else
+    return 1;
+#endif
+}
+
+void yieldProcessor()
+{
+    sched_yield();
+}
+
+Stopwatch::Stopwatch()
+    : m_startNs(nowNs())
+{
+}
+
+std::uint64_t Stopwatch::elapsedNs() const
+{
+    return nowNs() - m_startNs;
+}
+
+std::uint64_t Stopwatch::elapsedMs() const
+{
+    return elapsedNs() / NS_PER_MS;
+}
+
+testing::AssertionResult Stopwatch::isWithin(std::uint64_t lowerMs, std::uint64_t upperMs) const
+{
+    const std::uint64_t elapsed = elapsedNs();
+    if (elapsed >= lowerMs * NS_PER_MS && elapsed <= upperMs * slowness() * NS_PER_MS)
+    {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << elapsed << " ns passed, expected " << lowerMs << " to " << upperMs * slowness() << " ms";
+}
+
+Deadline::Deadline(std::uint64_t timeoutMs)
+    : m_deadlineNs(nowNs() + timeoutMs * slowness() * NS_PER_MS)
+{
+}
+
+bool Deadline::hasPassed() const
+{
+    return nowNs() >= m_deadlineNs;
+}
+
+int Deadline::remainingMs() const
+{
+    const std::uint64_t now = nowNs();
+    if (now >= m_deadlineNs)
+    {
+        return 0;
+    }
+    const std::uint64_t remaining = (m_deadlineNs - now + NS_PER_MS - 1) / NS_PER_MS;
+    return remaining > INT_MAX ? INT_MAX : static_cast<int>(remaining);
+}
+
+} // namespace KoTest

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "pf/platform/KoPlatformLog.h"
+
+namespace KoTest
+{
+
+/// One line as the logger receives it.
+struct LogLine
+{
+    int opcode;
+    int severity;
+    std::string text; ///< with its "pid %d: " prefix
+};
+
+/// The prefix that every line of this process carries.
+std::string pidPrefix();
+
+/// Receives this process's log lines instead of the logger while it lives. Captures nest: the innermost one
+/// receives. Any thread may log meanwhile. Receiving a line allocates nothing and keeps errno; lines beyond
+/// the capacity are counted and dropped.
+class LogCapture
+{
+public:
+    explicit LogCapture(std::size_t capacity = 512);
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    /// From now on lines are recorded, but the logger's answer is -1 with this errno (0 = success again).
+    void failWith(int errorNumber);
+
+    std::vector<LogLine> lines() const;
+    /// The texts without the "pid %d: " prefix.
+    std::vector<std::string> texts() const;
+    /// The texts of one severity, without the prefix.
+    std::vector<std::string> texts(int severity) const;
+    /// How many texts contain this.
+    std::size_t countContaining(const std::string& part) const;
+    std::size_t size() const;
+    std::size_t dropped() const;
+    void clear();
+
+private:
+    static constexpr std::size_t LINE_BYTES = 1280;
+
+    struct Slot
+    {
+        int opcode;
+        int severity;
+        char text[LINE_BYTES];
+    };
+
+    static int receive(int opcode, int severity, const char* line);
+    int record(int opcode, int severity, const char* line);
+
+    mutable std::mutex m_lock;
+    std::unique_ptr<Slot[]> m_slots;
+    std::size_t m_capacity;
+    std::size_t m_size = 0;
+    std::size_t m_dropped = 0;
+    std::atomic<int> m_error{0};
+    LogCapture* m_outer;
+    KoPlatform::LogSink m_outerSink;
+};
+
+} // namespace KoTest
