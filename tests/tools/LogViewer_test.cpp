@@ -1,0 +1,201 @@
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A sending socket, connected as soon as the viewer listens; false when it never does.
+bool connectTo(const std::string& path, int descriptor)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const void* const generic = &address;
+    return KoTest::waitUntil(
+        [&] { return connect(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) == 0; });
+}
+
+/// Runs the viewer on a private socket, sends it datagrams and tells it to end afterwards.
+class LogViewer : public testing::Test
+{
+protected:
+    KoTest::ChildResult view(const std::vector<std::string>& options,
+                             const std::vector<std::string>& datagrams, int endSignal = SIGTERM)
+    {
+        KoTest::ChildProcess::Program program{KO_LOGVIEW, {"--socket", m_path}, {}, {}};
+        program.arguments.insert(program.arguments.end(), options.begin(), options.end());
+        program.whileRunning = [&](pid_t viewer)
+        {
+            send(datagrams);
+            if (endSignal != 0)
+            {
+                kill(viewer, endSignal);
+            }
+        };
+        return KoTest::ChildProcess::execute(program);
+    }
+
+    void send(const std::vector<std::string>& datagrams)
+    {
+        const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        EXPECT_TRUE(connectTo(m_path, descriptor));
+        for (const std::string& datagram : datagrams)
+        {
+            EXPECT_EQ(::send(descriptor, datagram.data(), datagram.size(), MSG_NOSIGNAL),
+                      static_cast<ssize_t>(datagram.size()));
+        }
+        close(descriptor);
+    }
+
+    bool socketExists() const
+    {
+        struct stat status
+        {
+        };
+        return lstat(m_path.c_str(), &status) == 0;
+    }
+
+    KoTest::TemporaryDirectory m_directory;
+    std::string m_path = m_directory.file("log");
+};
+
+/// The lines without their arrival time, whose length is fixed.
+std::vector<std::string> linesOf(const std::string& output)
+{
+    const std::size_t timeLength = std::strlen("2000-01-01 00:00:00.000  ");
+    std::vector<std::string> lines;
+    std::size_t begin = 0;
+    for (std::size_t end = output.find('\n'); end != std::string::npos; end = output.find('\n', begin))
+    {
+        EXPECT_GT(end - begin, timeLength);
+        lines.push_back(output.substr(begin + timeLength, end - begin - timeLength));
+        begin = end + 1;
+    }
+    return lines;
+}
+
+TEST_F(LogViewer, printsSeverityModuleCodeAndTextOfEachLine)
+{
+    const KoTest::ChildResult result =
+        view({}, {"<9>app[12]: (10000) pid 12: ASSERTION \"x\" failed in CKoString 7",
+                  "<15>a b[1]: (3145733) pid 1: \xCE\xB1 %s"});
+
+    EXPECT_THAT(linesOf(result.standardOutput),
+                ElementsAre("Critical  module 0  code 10000  pid 12: ASSERTION \"x\" failed in CKoString 7",
+                            "Debug2    module 3  code 5  pid 1: \xCE\xB1 %s"));
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    EXPECT_FALSE(socketExists());
+}
+
+TEST_F(LogViewer, hidesLinesLessSevereThanAsked)
+{
+    const std::vector<std::string> datagrams = {"<8>a[1]: (10000) shutdown", "<10>a[1]: (10000) error",
+                                                "<11>a[1]: (10000) warning"};
+    for (const char* const severity : {"Error", "error", "2"})
+    {
+        const KoTest::ChildResult result = view({"--severity", severity}, datagrams, SIGINT);
+        EXPECT_THAT(linesOf(result.standardOutput), ElementsAre("Shutdown  module 0  code 10000  shutdown",
+                                                                "Error     module 0  code 10000  error"));
+        EXPECT_EQ(result.exitStatus, 0);
+    }
+}
+
+TEST_F(LogViewer, endsByItselfAfterTheCountOfShownLines)
+{
+    const KoTest::ChildResult result =
+        view({"--count", "2", "--severity", "Info"},
+             {"<15>a[1]: (1) hidden", "<13>a[1]: (1) first", "<13>a[1]: (1) second"}, 0);
+
+    EXPECT_THAT(linesOf(result.standardOutput),
+                ElementsAre("Info      module 0  code 1  first", "Info      module 0  code 1  second"));
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    EXPECT_FALSE(socketExists());
+}
+
+TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOn)
+{
+    const std::vector<std::string> foreign = {"",
+                                              "<",
+                                              "<>",
+                                              "<9",
+                                              "<9>",
+                                              "<9>a]: (",
+                                              "<9>a[1]: ()",
+                                              "<9>a[1]: (1)",
+                                              "<-1>[]: (1) x",
+                                              "\x1B[2J\x80\xC2\x9B",
+                                              std::string(9000, 'x')};
+    std::vector<std::string> lines;
+    for (const std::string& datagram : foreign)
+    {
+        const KoTest::ChildResult result = view({"--count", "2"}, {datagram, "<9>a[1]: (-1) \x01\n\xFF"}, 0);
+        EXPECT_EQ(result.exitStatus, 0) << result.describe();
+        const std::vector<std::string> shown = linesOf(result.standardOutput);
+        ASSERT_EQ(shown.size(), 2U) << result.describe();
+        EXPECT_THAT(shown[0], testing::StartsWith("foreign   "));
+        EXPECT_EQ(shown[1], "Critical  module 4095  code 1048575  \\x01\\x0A\\xFF");
+        lines.push_back(shown[0]);
+    }
+    EXPECT_EQ(lines[9], "foreign   \\x1B[2J\\x80\\xC2\\x9B");
+}
+
+TEST_F(LogViewer, replacesAnAbandonedSocketButNeitherAFileNorALivingLogger)
+{
+    const int abandoned = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
+    const void* const generic = &address;
+    ASSERT_EQ(bind(abandoned, static_cast<const sockaddr*>(generic), sizeof(address)), 0);
+
+    const KoTest::ChildProcess::Program program{KO_LOGVIEW, {"--socket", m_path, "--count", "1"}, {}, {}};
+    const KoTest::ChildResult inUse = KoTest::ChildProcess::execute(program);
+    EXPECT_EQ(inUse.exitStatus, 1) << inUse.describe();
+    EXPECT_THAT(inUse.standardError, HasSubstr("cannot listen at " + m_path));
+    EXPECT_TRUE(socketExists());
+
+    close(abandoned);
+    const KoTest::ChildResult replaced = view({"--count", "1"}, {"<9>a[1]: (1) x"}, 0);
+    EXPECT_EQ(replaced.exitStatus, 0) << replaced.describe();
+    EXPECT_FALSE(socketExists());
+
+    m_directory.write("log", "precious");
+    EXPECT_EQ(KoTest::ChildProcess::execute(program).exitStatus, 1);
+    EXPECT_EQ(m_directory.read("log"), "precious");
+}
+
+TEST_F(LogViewer, refusesWrongOptions)
+{
+    const std::vector<std::vector<std::string>> wrong = {{"--severity", "loud"},
+                                                         {"--severity", "8"},
+                                                         {"--count", "-1"},
+                                                         {"--socket", std::string(200, 'x')},
+                                                         {"x"}};
+    for (const std::vector<std::string>& arguments : wrong)
+    {
+        const KoTest::ChildResult result =
+            KoTest::ChildProcess::execute(KoTest::ChildProcess::Program{KO_LOGVIEW, arguments, {}, {}});
+        EXPECT_GT(result.exitStatus, 0) << arguments.front();
+        EXPECT_NE(result.standardError, "") << arguments.front();
+        EXPECT_THAT(result.standardOutput, IsEmpty());
+    }
+}
+
+} // namespace
