@@ -1,0 +1,102 @@
+// wordcount [FILE...]: counts the words of text files and prints the most frequent ones; then breaks a
+// precondition of the library on purpose, to show that it is reported and that the process goes on.
+//
+// Without arguments the licence texts of the system are counted. A file that cannot be read, or not to its
+// end, is named on standard error and the others are still counted. Exit status: 0 = every file was counted,
+// 2 = at least one was not, or there was none.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "TextFile.h"
+#include "WordTable.h"
+
+namespace
+{
+
+const char* const DEFAULT_DIRECTORY = "/usr/share/common-licenses";
+constexpr std::size_t TABLE_ROWS = 20;
+constexpr unsigned int MAX_COLUMN = 30; ///< characters of a word that the table shows
+constexpr int SOME_FILE_FAILED = 2;
+
+/// Counts the files; false when one of them could not be counted completely.
+bool countFiles(const std::vector<std::string>& paths, WordTable& words)
+{
+    bool allCounted = !paths.empty();
+    for (const std::string& path : paths)
+    {
+        const TextFile file(path);
+        words.addText(file.text());
+        if (!file.problem().empty())
+        {
+            std::fprintf(stderr, "wordcount: %s: %s\n", path.c_str(), file.problem().c_str());
+            allCounted = false;
+        }
+    }
+    return allCounted;
+}
+
+void printTable(const TKoVector<WordTable::Entry>& entries)
+{
+    std::printf("rank  word                              count\n");
+    std::printf("----  ------------------------------  -------\n");
+    unsigned int rank = 0;
+    for (const WordTable::Entry& entry : entries)
+    {
+        const CKoString word = entry.first.getLeft(MAX_COLUMN);
+        const int padding = static_cast<int>(MAX_COLUMN - word.length());
+        std::printf("%4u  %s%*s  %7u\n", ++rank, word.c_str(), padding, "", entry.second);
+    }
+}
+
+TKoVector<CKoString> wordsOf(const TKoVector<WordTable::Entry>& entries)
+{
+    TKoVector<CKoString> words;
+    for (const WordTable::Entry& entry : entries)
+    {
+        words.push_back(entry.first);
+    }
+    return words;
+}
+
+/// Inserts beyond the end: the library reports it and leaves the vector as it was.
+bool insertOutOfRange(TKoVector<CKoString> words)
+{
+    const TKoVector<CKoString> before = words;
+    const int index = static_cast<int>(words.size()) + 1;
+    std::printf("\ninserting at index %d of a vector of %u words\n", index,
+                static_cast<unsigned int>(words.size()));
+    std::fflush(stdout);
+    words.insert(index, CKoString("beyond"));
+    const bool isUnchanged = words == before;
+    std::printf("the vector %s: %u words\n", isUnchanged ? "is unchanged" : "has CHANGED",
+                static_cast<unsigned int>(words.size()));
+    return isUnchanged;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> paths(argv + 1, argv + argc);
+    if (argc < 2)
+    {
+        paths = regularFilesIn(DEFAULT_DIRECTORY);
+    }
+    WordTable words;
+    const bool allCounted = countFiles(paths, words);
+    if (paths.empty())
+    {
+        std::fprintf(stderr, "wordcount: no files in %s\n", DEFAULT_DIRECTORY);
+    }
+
+    const TKoVector<WordTable::Entry> entries = words.mostFrequent(TABLE_ROWS);
+    std::printf("%u words, %u different ones, in %u files\n\n", words.totalWords(),
+                static_cast<unsigned int>(words.distinctWords()), static_cast<unsigned int>(paths.size()));
+    printTable(entries);
+
+    const bool isUnchanged = insertOutOfRange(wordsOf(entries));
+    std::printf("the process goes on\n");
+    return allCounted && isUnchanged ? 0 : SOME_FILE_FAILED;
+}
