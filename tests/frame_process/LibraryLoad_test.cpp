@@ -1,0 +1,66 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FaultInjection.h"
+
+namespace
+{
+
+KoTest::ChildResult runProbe(const char* path, const std::vector<std::string>& arguments)
+{
+    KoTest::ChildProcess::Program program{path, arguments, {}, {}};
+    return KoTest::ChildProcess::execute(program);
+}
+
+TEST(LibraryLoad, servesUsesThatComeBeforeItsConstructors)
+{
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        int level;
+        int isBreakEnabled;
+    };
+    const Case cases[] = {{{}, 0, 1},
+                          {{"--memtrace=1"}, 1, 1},
+                          {{"--memtrace=2", "--nobreak"}, 0, 0},
+                          {{"--memtrace=1", "--memtrace=x", "-1"}, 1, 1},
+                          {{"--memtrace=1", "--nobreak", "--memtrace=0"}, 0, 0},
+                          {{"--nobreaks", "memtrace=1"}, 0, 1}};
+    for (const Case& entry : cases)
+    {
+        const std::string level = std::to_string(entry.level);
+        const std::string isBreakEnabled = std::to_string(entry.isBreakEnabled);
+        // A sanitizer that interposes the C library brings its own operators, which count nothing.
+        const bool isCounted = entry.level == 1 && KoTest::FaultInjection::isAvailable();
+        const std::string bytes = isCounted ? "100" : "0";
+
+        const KoTest::ChildResult result = runProbe(KO_LOAD_PROBE, entry.arguments);
+
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_EQ(result.standardOutput,
+                  "early: level " + level + ", break " + isBreakEnabled + ", bytes " + bytes +
+                      ", text early, empty 1\n"
+                      "static: null string 1, null stream read 0\n"
+                      "main: level " +
+                      level + ", break " + isBreakEnabled + ", released " + bytes + ", same bias 1\n")
+            << result.describe();
+        EXPECT_EQ(result.standardError, "");
+        EXPECT_TRUE(result.log.empty()) << result.describe();
+    }
+}
+
+TEST(LibraryLoad, constructsItsObjectsInTheDocumentedOrder)
+{
+    const KoTest::ChildResult result = runProbe(KO_LOAD_ORDER_PROBE, {});
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.standardOutput, "bias between memory trace and options 1\n"
+                                     "null stream after its turn 1\n"
+                                     "null string after its turn 1\n")
+        << result.describe();
+}
+
+} // namespace

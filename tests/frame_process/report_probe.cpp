@@ -1,0 +1,39 @@
+// Inserts beyond the end of a vector as often as its argument says, and goes on.
+// Prints the address of the inserting function first, and the vector's content at the end.
+
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "pf/containers/TKoVector.h"
+
+namespace
+{
+
+__attribute__((noinline)) void insertBeyondEnd(TKoVector<int>& numbers)
+{
+    numbers.insert(static_cast<int>(numbers.size()) + 1, 99);
+    // Keeps the call above from being the function's last action, which would take its frame off the stack.
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int count = argc > 1 ? std::atoi(argv[1]) : 1;
+    std::printf("%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(&insertBeyondEnd));
+    std::fflush(stdout);
+    TKoVector<int> numbers{1, 2, 3};
+    for (int i = 0; i < count; ++i)
+    {
+        insertBeyondEnd(numbers);
+    }
+    for (const int number : numbers)
+    {
+        std::printf("%d ", number);
+    }
+    std::printf("goes on\n");
+    return 0;
+}
