@@ -2,7 +2,6 @@
 
 #include "pf/base/KoExport.h"
 #include "pf/platform/KoPlatformSync.h"
-#include "pf/platform/KoPlatformThread.h"
 
 /// The library's plain lock: not recursive, private to the process, priority inheriting, small enough to be a
 /// member everywhere. Use it through TKoAutoLock; use CKoMutex for a recursive lock or one with time-outs.
@@ -40,12 +39,7 @@ public:
     /// Waits without limit until the section is the caller's. Preserves `errno`.
     void lock() noexcept
     {
-        const unsigned int self = KoPlatform::sThreadIdentity.kernelId;
-        unsigned int free = 0U;
-        // Acquire pairs with the release in unlock.
-        const bool taken = self != 0U && __atomic_compare_exchange_n(&m_mutex.owner, &free, self, false,
-                                                                     __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
-        if (__builtin_expect(!taken, 0))
+        if (__builtin_expect(!KoPlatform::takePrivateMutex(m_mutex), 0))
         {
             lockContended();
         }
@@ -54,11 +48,7 @@ public:
     /// Releases the section; nothing happens when it is not the caller's. Preserves `errno`.
     void unlock() noexcept
     {
-        unsigned int self = KoPlatform::sThreadIdentity.kernelId;
-        // Release pairs with the acquire in lock. Once this succeeds another thread may destroy the section.
-        const bool released =
-            __atomic_compare_exchange_n(&m_mutex.owner, &self, 0U, false, __ATOMIC_RELEASE, __ATOMIC_RELAXED);
-        if (__builtin_expect(!released, 0))
+        if (__builtin_expect(!KoPlatform::releasePrivateMutex(m_mutex), 0))
         {
             unlockContended();
         }

@@ -58,7 +58,7 @@ int waitOn(_sync& condition, _sync& mutex, const Deadlines& deadlines)
     // Release pairs with the acquire in pthread_cond_destroy: the condition may be gone after this.
     __atomic_fetch_sub(&condition.count, 1U, __ATOMIC_RELEASE);
     // A timeout that ran out in the first state does not bound the second.
-    const int relockError = lockMutexUntil(mutex, error == ETIMEDOUT ? NO_DEADLINE : deadlines.relock);
+    const int relockError = relockMutexUntil(mutex, error == ETIMEDOUT ? NO_DEADLINE : deadlines.relock);
     if (relockError != 0)
     {
         return relockError;

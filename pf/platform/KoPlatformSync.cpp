@@ -297,6 +297,18 @@ int lockMutexUntil(_sync& mutex, unsigned long long deadlineNs)
     return waitForMutex(mutex, self, deadlineNs);
 }
 
+int relockMutexUntil(_sync& mutex, unsigned long long deadlineNs)
+{
+    if (takeFree(mutex, kernelThreadSelf()))
+    {
+        return 0;
+    }
+    // On one processor the waking thread was interrupted by the woken one: letting it go on costs less than
+    // having the kernel hand the mutex over.
+    sched_yield();
+    return lockMutexUntil(mutex, deadlineNs);
+}
+
 unsigned int releaseMutex(_sync& mutex)
 {
     const unsigned int count = countWord(mutex);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pf/base/KoExport.h"
+#include "pf/platform/KoPlatformThread.h"
 
 /// The kernel's synchronisation record: a mutex or a condition variable in two words.
 ///
@@ -73,6 +74,44 @@ KO_EXPORT int pthread_mutex_unlock(_sync* mutex);
 /// Ends the use of a mutex and leaves the record all zero. \return 0; `EBUSY` while a living thread owns it
 /// (nothing changes then).
 KO_EXPORT int pthread_mutex_destroy(_sync* mutex);
+
+/// Fast path of locking a mutex that is private to the process: takes it if it is free. \return false when it
+/// is not, or when the calling thread is not known yet. Acquire pairs with the release in
+/// releasePrivateMutex.
+inline bool takePrivateMutex(_sync& mutex) noexcept
+{
+    const unsigned int self = sThreadIdentity.kernelId;
+    if (isSingleThreaded())
+    {
+        const bool free = self != 0U && __atomic_load_n(&mutex.owner, __ATOMIC_RELAXED) == 0U;
+        if (free)
+        {
+            __atomic_store_n(&mutex.owner, self, __ATOMIC_RELAXED);
+        }
+        return free;
+    }
+    unsigned int free = 0U;
+    return self != 0U &&
+           __atomic_compare_exchange_n(&mutex.owner, &free, self, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+}
+
+/// Fast path of unlocking it: frees it if it is the caller's and nobody waits. \return false when not. Once
+/// this succeeds another thread may destroy the mutex. Release pairs with the acquire in takePrivateMutex and
+/// SyncMutexLock_r.
+inline bool releasePrivateMutex(_sync& mutex) noexcept
+{
+    unsigned int self = sThreadIdentity.kernelId;
+    if (isSingleThreaded())
+    {
+        const bool owned = __atomic_load_n(&mutex.owner, __ATOMIC_RELAXED) == self;
+        if (owned)
+        {
+            __atomic_store_n(&mutex.owner, 0U, __ATOMIC_RELAXED);
+        }
+        return owned;
+    }
+    return __atomic_compare_exchange_n(&mutex.owner, &self, 0U, false, __ATOMIC_RELEASE, __ATOMIC_RELAXED);
+}
 
 /// Slow path of locking: waits for a mutex that the caller does not own and could not take in user space.
 /// Results as of pthread_mutex_lock.

@@ -2,6 +2,8 @@
 
 #include "pf/base/KoExport.h"
 
+#include <sys/single_threaded.h>
+
 /// Identities of the calling thread: the kernel's id, which owner words of locks carry, and a small number
 /// that is unique within the process. Both are cached per thread, so that asking costs one load; a forked
 /// child drops the cached values and starts over with its one thread.
@@ -28,6 +30,13 @@ inline unsigned int kernelThreadSelf()
 {
     const unsigned int id = sThreadIdentity.kernelId;
     return id != 0U ? id : loadKernelThreadId();
+}
+
+/// Whether the process certainly has one thread only, so that private words need no atomic exchange. One
+/// load.
+inline bool isSingleThreaded()
+{
+    return __libc_single_threaded != 0;
 }
 
 /// The calling thread's number within the process: 1 for the main thread, for every other the lowest number
