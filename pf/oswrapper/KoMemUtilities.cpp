@@ -92,19 +92,9 @@ void KoMemUtilities::memFillUInt16(unsigned short* dst, unsigned int count, unsi
 
 void KoMemUtilities::memFillUInt8(unsigned char* dst, unsigned int count, unsigned char value)
 {
-    if (dst == nullptr)
+    if (dst != nullptr)
     {
-        return;
-    }
-    for (; count > 0 && !isAligned(dst, WORD_SIZE); --count)
-    {
-        *dst++ = value;
-    }
-    const unsigned int words = count / WORD_SIZE;
-    fillWords(dst, words, value * 0x01010101U);
-    for (unsigned int i = words * WORD_SIZE; i < count; ++i)
-    {
-        dst[i] = value;
+        std::memset(dst, value, count);
     }
 }
 

@@ -15,10 +15,17 @@
 namespace
 {
 
-/// Everything but an allocation in a process that is known not to be traced.
-__attribute__((noinline)) void* allocUncommon(unsigned int size)
+// The inline functions are part of the exported interface, too: for callers that look them up by name.
+__attribute__((used)) void* (*const sAlloc)(unsigned int) = KoMemory::alloc;
+__attribute__((used)) void (*const sRelease)(void*) = KoMemory::release;
+
+} // namespace
+
+unsigned int KoPrivate::sPlainSizes = 0;
+
+void* KoPrivate::allocUncommon(unsigned int size)
 {
-    SKoMemTraceData& data = KoPrivate::memTrace();
+    SKoMemTraceData& data = memTrace();
     if (size == 0)
     {
         return nullptr;
@@ -35,22 +42,10 @@ __attribute__((noinline)) void* allocUncommon(unsigned int size)
     return data.allocatorHook(std::malloc(size + data.headerSize), size, data);
 }
 
-inline bool isKnownUntraced()
+void KoPrivate::releaseUncommon(void* block)
 {
-    const SKoMemTraceData* data = KoPrivate::sMemTraceData;
-    return data != nullptr && data->allocatorHook == nullptr;
-}
-
-} // namespace
-
-void* KoMemory::alloc(unsigned int size)
-{
-    errno = 0;
-    if (size != 0 && isKnownUntraced())
-    {
-        return std::malloc(size);
-    }
-    return allocUncommon(size);
+    SKoMemTraceData& data = memTrace();
+    std::free(data.deallocatorHook != nullptr ? data.deallocatorHook(block, data) : block);
 }
 
 void* KoMemory::allocChecked(unsigned int size)
@@ -80,11 +75,9 @@ void* KoMemory::realloc(void* block, unsigned int size)
         release(block);
         return nullptr;
     }
-    if (isKnownUntraced())
-    {
-        return std::realloc(block, size);
-    }
-    return KoPrivate::reallocTraced(block, size, KoPrivate::memTrace());
+    SKoMemTraceData& data = KoPrivate::memTrace();
+    return data.allocatorHook == nullptr ? std::realloc(block, size)
+                                         : KoPrivate::reallocTraced(block, size, data);
 }
 
 void* KoMemory::reallocChecked(void* block, unsigned int size)
@@ -95,17 +88,6 @@ void* KoMemory::reallocChecked(void* block, unsigned int size)
         KoPrivate::failAllocation(KoPrivate::FAILED_REALLOCATION, size, errno);
     }
     return resized;
-}
-
-void KoMemory::release(void* block)
-{
-    if (isKnownUntraced())
-    {
-        std::free(block);
-        return;
-    }
-    SKoMemTraceData& data = KoPrivate::memTrace();
-    std::free(data.deallocatorHook != nullptr ? data.deallocatorHook(block, data) : block);
 }
 
 void KoMemory::release(void* block, unsigned int)

@@ -2,11 +2,29 @@
 
 #include "pf/base/KoExport.h"
 
+#include <cerrno>
+#include <cstdlib>
+
 /// Snapshot of the heap accounting.
 struct SKoHeapInfo
 {
     unsigned int allocatedBytes; ///< requested bytes of all live blocks; 0 when the process is not traced
 };
+
+/// What the inline functions of KoMemory need; not for other callers.
+namespace KoPrivate
+{
+
+/// Sizes below this plus one go straight to the C allocator: UINT_MAX in an untraced process, 0 while that is
+/// not known or blocks have a header. Set before the process has a second thread.
+KO_EXPORT extern unsigned int sPlainSizes;
+
+/// The cases that KoMemory::alloc and KoMemory::release leave: size 0, a traced process, the first call of
+/// all.
+KO_EXPORT void* allocUncommon(unsigned int size);
+KO_EXPORT void releaseUncommon(void* block);
+
+} // namespace KoPrivate
 
 /// All heap memory of the library and of the processes built on it.
 ///
@@ -21,7 +39,15 @@ namespace KoMemory
 {
 
 /// \return the block; null for size 0, or with `errno` when memory is exhausted.
-KO_EXPORT void* alloc(unsigned int size);
+KO_EXPORT inline void* alloc(unsigned int size)
+{
+    errno = 0;
+    if (__builtin_expect(size - 1U < KoPrivate::sPlainSizes, 1)) // size 0 wraps and is none of them
+    {
+        return std::malloc(size);
+    }
+    return KoPrivate::allocUncommon(size);
+}
 
 /// As alloc, but never null for a size above 0: a failure writes a backtrace file and ends the process.
 KO_EXPORT void* allocChecked(unsigned int size);
@@ -38,7 +64,15 @@ KO_EXPORT void* realloc(void* block, unsigned int size);
 KO_EXPORT void* reallocChecked(void* block, unsigned int size);
 
 /// Releases a block of any function above or of `operator new`; null is ignored.
-KO_EXPORT void release(void* block);
+KO_EXPORT inline void release(void* block)
+{
+    if (__builtin_expect(KoPrivate::sPlainSizes != 0, 1))
+    {
+        std::free(block);
+        return;
+    }
+    KoPrivate::releaseUncommon(block);
+}
 
 /// The same; the size is ignored.
 KO_EXPORT void release(void* block, unsigned int size);

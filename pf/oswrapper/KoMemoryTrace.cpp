@@ -100,6 +100,7 @@ SKoMemTraceData& KoPrivate::initMemTrace()
         sTraceRecord.deallocatorHook = countBytesDeallocator;
     }
     sMemTraceData = &sTraceRecord;
+    sPlainSizes = sTraceRecord.allocatorHook == nullptr ? UINT_MAX : 0;
     return sTraceRecord;
 }
 
