@@ -83,6 +83,14 @@ void beginDatagram(SDatagram& datagram, int opcode, int severity)
 KO_PRINTF(2, 0)
 bool appendFormatted(SDatagram& datagram, const char* format, va_list arguments)
 {
+    if (std::strcmp(format, "%s") == 0)
+    {
+        // The line is formatted already, as nearly always: no second pass through the formatter.
+        const char* line = va_arg(arguments, const char*);
+        appendText(datagram, line != nullptr ? line : "(null)", LINE_SIZE - 1);
+        datagram.text[datagram.length] = '\0';
+        return true;
+    }
     const int length = std::vsnprintf(datagram.text + datagram.length, LINE_SIZE, format, arguments);
     if (length < 0)
     {
