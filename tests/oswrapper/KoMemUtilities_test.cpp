@@ -1,0 +1,81 @@
+#include "pf/oswrapper/KoMemUtilities.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+
+using testing::ElementsAre;
+
+/// Fills `count` elements from `first` on in a guarded array and compares with a plain loop.
+template <class Element>
+void expectLikeLoop(void (*fill)(Element*, unsigned int, Element), Element value)
+{
+    for (unsigned int first = 0; first < 9; ++first)
+    {
+        for (unsigned int count = 0; count < 40; ++count)
+        {
+            alignas(16) Element actual[64] = {};
+            std::vector<Element> expected(64);
+            fill(actual + first, count, value);
+            std::fill_n(expected.begin() + first, count, value);
+            EXPECT_EQ(std::vector<Element>(actual, actual + 64), expected) << first << " " << count;
+        }
+    }
+    fill(nullptr, 5, value);
+}
+
+TEST(KoMemUtilities, FillsExactlyTheElementsAtEveryAlignmentAndCount)
+{
+    expectLikeLoop<unsigned long long>(KoMemUtilities::memFillUInt64, 0x0123456789ABCDEFULL);
+    expectLikeLoop<unsigned int>(KoMemUtilities::memFillUInt32, 0x89ABCDEFU);
+    expectLikeLoop<unsigned short>(KoMemUtilities::memFillUInt16, 0xBEEF);
+    expectLikeLoop<unsigned char>(KoMemUtilities::memFillUInt8, 0xE1);
+}
+
+TEST(KoMemUtilities, FillsNibblesAndLeavesTheirNeighbours)
+{
+    for (unsigned int start = 0; start < 2; ++start)
+    {
+        for (unsigned int count = 0; count < 40; ++count)
+        {
+            unsigned char bytes[24];
+            unsigned char cells[48];
+            for (unsigned int i = 0; i < 48; ++i)
+            {
+                cells[i] = static_cast<unsigned char>(i < start || i >= start + count ? i % 15 : 0xC);
+                unsigned char& byte = bytes[i / 2];
+                byte = static_cast<unsigned char>(i % 2 == 0 ? (i % 15) << 4 : byte | (i % 15));
+            }
+            KoMemUtilities::memFillNibble(bytes, count, 0xFC, start);
+            for (unsigned int i = 0; i < 48; ++i)
+            {
+                EXPECT_EQ(i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2] & 0xF, cells[i])
+                    << start << " " << count << " " << i;
+            }
+        }
+    }
+    unsigned char pair[] = {0x12, 0x34};
+    KoMemUtilities::memFillNibble(pair, 2, 0xA, 1);
+    EXPECT_THAT(pair, ElementsAre(0x1A, 0xA4));
+    KoMemUtilities::memFillNibble(nullptr, 2, 0xA, 1);
+}
+
+TEST(KoMemUtilities, CastsOnlyAlignedPointers)
+{
+    alignas(4) char bytes[8];
+    for (unsigned int offset = 0; offset < 4; ++offset)
+    {
+        void* pointer = bytes + offset;
+        const void* constPointer = pointer;
+        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(pointer), offset == 0 ? pointer : nullptr);
+        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(constPointer), offset == 0 ? pointer : nullptr);
+        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(pointer), offset % 2 == 0 ? pointer : nullptr);
+        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(constPointer), offset % 2 == 0 ? pointer : nullptr);
+    }
+}
+
+} // namespace

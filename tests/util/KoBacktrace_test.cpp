@@ -1,0 +1,401 @@
+#include "pf/util/KoBacktrace.h"
+
+#include "pf/base/CKoString.h"
+#include "pf/oswrapper/CKoAsserter.h"
+#include "tests/support/AssertionCounter.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <fcntl.h>
+#include <future>
+#include <regex>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+using KoTest::ChildProcess;
+using KoTest::ChildResult;
+using KoTest::TemporaryDirectory;
+using testing::HasSubstr;
+
+/// One record of a backtrace file, taken apart by the layout it must have.
+struct Record
+{
+    std::string information;
+    std::string header;
+    std::vector<std::uintptr_t> addresses;
+    std::vector<std::size_t> addressesPerLine;
+    std::vector<std::string> map;
+};
+
+std::vector<std::string> linesOf(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::size_t begin = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin))
+    {
+        lines.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return lines;
+}
+
+bool isAddressLine(const std::string& line)
+{
+    static const std::regex form("([0-9A-F]{8,16} ){1,6}");
+    return std::regex_match(line, form);
+}
+
+/// Takes the record that begins at this line apart. Moves `at` behind it; fails the test on any other layout.
+Record parseRecord(const std::vector<std::string>& lines, std::size_t& at)
+{
+    Record record;
+    const auto next = [&lines, &at] { return at < lines.size() ? lines[at++] : std::string("END"); };
+    EXPECT_EQ(next(), "");
+    const std::string first = next();
+    EXPECT_EQ(first.substr(0, 23), "[QNX backtrace] INFO - ");
+    record.information = first.substr(23);
+    EXPECT_EQ(next(), "");
+    record.header = next();
+    EXPECT_EQ(next(), "data below is the actual callstack created with QNX libbacktrace.so");
+    EXPECT_EQ(next(), "usable for analysis with proper project MAP file");
+    EXPECT_EQ(next(), "");
+    EXPECT_EQ(next(), "");
+    for (; at < lines.size() && isAddressLine(lines[at]); ++at)
+    {
+        std::istringstream words(lines[at]);
+        std::size_t count = 0;
+        for (std::string word; words >> word; ++count)
+        {
+            record.addresses.push_back(static_cast<std::uintptr_t>(std::stoull(word, nullptr, 16)));
+        }
+        record.addressesPerLine.push_back(count);
+    }
+    EXPECT_EQ(next(), "");
+    for (std::string line = next(); line != "" && line != "END"; line = next())
+    {
+        record.map.push_back(line);
+    }
+    EXPECT_EQ(next(), "");
+    return record;
+}
+
+std::vector<Record> parse(const std::string& file)
+{
+    const std::vector<std::string> lines = linesOf(file);
+    std::vector<Record> records;
+    for (std::size_t at = 0; at < lines.size() && !testing::Test::HasFailure();)
+    {
+        records.push_back(parseRecord(lines, at));
+    }
+    return records;
+}
+
+std::string defaultName()
+{
+    return "PID" + std::to_string(getpid()) + ".txt";
+}
+
+std::string defaultHeader(int tid)
+{
+    return "TID: " + std::to_string(tid) + " PID: " + std::to_string(getpid());
+}
+
+CKoString releaseInfos(CKoString& name)
+{
+    name = CKoString("app");
+    return CKoString("Release 7");
+}
+
+class KoBacktraceTest : public testing::Test
+{
+protected:
+    void dump(const char* information, bool append = true) const
+    {
+        KoBacktrace::doBacktrace(CKoString(information), CKoString(m_directory.path().c_str()),
+                                 CKoString("txt"), append);
+    }
+
+    void dumpNoAlloc(const char* information, bool append = true) const
+    {
+        KoBacktrace::doBacktraceNoAlloc(information, m_directory.path().c_str(), "txt", append);
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+TEST_F(KoBacktraceTest, BothEntriesAppendRecordsOfTheSameFormToTheSameFile)
+{
+    dump("first");
+    errno = EDOM;
+    dumpNoAlloc("second, %s %n");
+    EXPECT_EQ(errno, EDOM);
+    EXPECT_THAT(m_directory.names(), testing::ElementsAre(defaultName()));
+    const std::vector<Record> records = parse(m_directory.read(defaultName()));
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].information, "first");
+    EXPECT_EQ(records[1].information, "second, %s %n");
+    for (const Record& record : records)
+    {
+        EXPECT_EQ(record.header, defaultHeader(1));
+        EXPECT_GT(record.addresses.size(), 3U);
+        EXPECT_THAT(record.map, testing::Contains(HasSubstr("libsys_vanta.gpp.so")));
+    }
+}
+
+TEST_F(KoBacktraceTest, AddressesStandSixToALine)
+{
+    dumpNoAlloc("layout");
+    const std::vector<Record> records = parse(m_directory.read(defaultName()));
+    ASSERT_EQ(records.size(), 1U);
+    const std::vector<std::size_t>& counts = records[0].addressesPerLine;
+    for (std::size_t i = 0; i + 1 < counts.size(); ++i)
+    {
+        EXPECT_EQ(counts[i], 6U);
+    }
+    EXPECT_EQ(counts.size(), (records[0].addresses.size() + 5) / 6);
+}
+
+/// Calls itself down to a depth, then dumps. Notes the address its caller goes on at.
+__attribute__((noinline)) int descend(int depth, const std::function<void()>& dump,
+                                      std::vector<std::uintptr_t>& callers)
+{
+    const std::uintptr_t thumbBit = sizeof(void*) == 4 ? 1 : 0;
+    callers.push_back(reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)) & ~thumbBit);
+    if (depth == 0)
+    {
+        dump();
+        return 0;
+    }
+    const int below = descend(depth - 1, dump, callers);
+    __asm__ volatile("" ::: "memory"); // keeps the compiler from making a loop of it
+    return below + 1;
+}
+
+TEST_F(KoBacktraceTest, TheStackShownIsTheCallersWithItsClientFunctions)
+{
+    for (const int depth : {3, 300})
+    {
+        std::vector<std::uintptr_t> callers;
+        descend(
+            depth, [this] { dumpNoAlloc("stack", false); }, callers);
+        const std::vector<std::uintptr_t> found = parse(m_directory.read(defaultName()))[0].addresses;
+        EXPECT_LE(found.size(), 100U);
+        EXPECT_THAT(found, testing::Contains(callers.back())) << "the innermost client function";
+        const bool showsAll = depth < 100;
+        EXPECT_EQ(found.size() == 100U, !showsAll);
+        EXPECT_EQ(std::count(found.begin(), found.end(), callers.front()), showsAll ? 1 : 0);
+    }
+}
+
+TEST_F(KoBacktraceTest, TheMapNamesEachLoadedObjectOnceAndStopsAfterFifty)
+{
+    dumpNoAlloc("few");
+    std::vector<Record> records = parse(m_directory.read(defaultName()));
+    ASSERT_EQ(records.size(), 1U);
+    const std::size_t few = records[0].map.size();
+    const std::string longName(200, 'n');
+    std::vector<void*> mappings;
+    for (int i = 0; i < 60; ++i)
+    {
+        m_directory.write("object" + std::to_string(i) + longName, std::string(4096, 'x'));
+        const int file = ::open(m_directory.file("object" + std::to_string(i) + longName).c_str(), O_RDONLY);
+        mappings.push_back(::mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE, file, 0));
+        ASSERT_NE(mappings.back(), MAP_FAILED);
+        ::close(file);
+        if (i == 3)
+        {
+            dumpNoAlloc("some");
+        }
+    }
+    dumpNoAlloc("many");
+    for (void* mapping : mappings)
+    {
+        ::munmap(mapping, 4096);
+    }
+    records = parse(m_directory.read(defaultName()));
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_EQ(records[1].map.size(), few + 4);
+    EXPECT_EQ(records[2].map.size(), 50U);
+    for (const std::string& line : records[2].map)
+    {
+        EXPECT_THAT(line, testing::MatchesRegex("[0-9A-F]+-[0-9A-F]+ .+"));
+        EXPECT_LT(line.size(), 150U);
+    }
+    EXPECT_EQ(std::count_if(records[0].map.begin(), records[0].map.end(),
+                            [](const std::string& line) { return line.find("libsys_vanta") != line.npos; }),
+              1);
+}
+
+TEST_F(KoBacktraceTest, TheInformationFunctionNamesTheFileAndGivesTheHeader)
+{
+    const ChildResult result = ChildProcess::run(
+        [this]
+        {
+            KoBacktrace::setInfos(releaseInfos);
+            dump("named");
+            dumpNoAlloc("plain");
+            KoBacktrace::setInfos(nullptr);
+            dump("none");
+            const std::vector<Record> named = parse(m_directory.read("app.txt"));
+            const std::vector<Record> plain = parse(m_directory.read(defaultName()));
+            EXPECT_EQ(named.size(), 1U);
+            EXPECT_EQ(named.at(0).information, "named");
+            EXPECT_EQ(named.at(0).header, "Release 7");
+            EXPECT_EQ(plain.size(), 2U);
+            EXPECT_EQ(plain.at(1).information, "none");
+            EXPECT_EQ(plain.at(1).header, defaultHeader(1));
+            return HasFailure() ? ChildProcess::EXPECTATION_FAILED : 0;
+        });
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+}
+
+CKoString assertingInfos(CKoString& name)
+{
+    doCheapAssert(99, "Infos");
+    return releaseInfos(name);
+}
+
+TEST_F(KoBacktraceTest, AnInformationFunctionThatAssertsLeavesBothRecords)
+{
+    const KoTest::ScopedEnvironment directory("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str());
+    const ChildResult result = ChildProcess::run(
+        [this]
+        {
+            KoBacktrace::setInfos(assertingInfos);
+            dump("outer");
+            dump("again");
+            return 0;
+        });
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    const std::vector<Record> outer = parse(m_directory.read("app.txt"));
+    ASSERT_EQ(outer.size(), 2U);
+    EXPECT_EQ(outer[0].information, "outer");
+    EXPECT_EQ(outer[0].header, "Release 7");
+    EXPECT_GT(outer[0].map.size(), 2U);
+    const std::vector<Record> inner = parse(m_directory.read("PID" + std::to_string(result.pid) + ".ass"));
+    ASSERT_EQ(inner.size(), 2U);
+    EXPECT_EQ(inner[1].information, "ASSERTION \"???\" failed in Infos 99");
+}
+
+TEST_F(KoBacktraceTest, WithoutAppendingWritesFromTheBeginningAndCutsNothing)
+{
+    const std::string old(100000, 'o');
+    m_directory.write(defaultName(), old);
+    dumpNoAlloc("begin", false);
+    const std::string file = m_directory.read(defaultName());
+    EXPECT_EQ(file.size(), old.size());
+    EXPECT_EQ(file.substr(0, 29), "\n[QNX backtrace] INFO - begin");
+    EXPECT_EQ(file.back(), 'o');
+}
+
+TEST_F(KoBacktraceTest, AFileThatCannotBeOpenedIsNamedOnStandardOutput)
+{
+    const std::string tooLong = m_directory.path() + "/" + std::string(1100, 'd');
+    const std::string link = m_directory.file(defaultName());
+    ASSERT_EQ(::symlink(m_directory.file("target").c_str(), link.c_str()), 0);
+    m_directory.write("target", "");
+    const struct
+    {
+        std::string directory;
+        std::string named;
+    } cases[] = {{m_directory.file("missing"), m_directory.file("missing") + "/" + defaultName()},
+                 {m_directory.path(), link},
+                 {tooLong, tooLong.substr(0, 1023)}};
+    for (const auto& wanted : cases)
+    {
+        testing::internal::CaptureStdout();
+        KoBacktrace::doBacktraceNoAlloc("x", wanted.directory.c_str(), "txt", true);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Cannot open " + wanted.named + "\n");
+    }
+    EXPECT_EQ(m_directory.read("target"), "");
+}
+
+TEST_F(KoBacktraceTest, TheFileGetsAllPermissionsThatTheProcessGives)
+{
+    const mode_t before = ::umask(027);
+    dumpNoAlloc("mode");
+    ::umask(before);
+    struct stat status = {};
+    ASSERT_EQ(::stat(m_directory.file(defaultName()).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
+TEST_F(KoBacktraceTest, TheNoAllocationEntryUsesNoHeapAndRefusesMissingTexts)
+{
+    const char* directory = m_directory.path().c_str();
+    {
+        const KoTest::AssertionCounter assertions(4);
+        KoBacktrace::doBacktraceNoAlloc(nullptr, directory, "txt", true);
+        KoBacktrace::doBacktraceNoAlloc("x", nullptr, "txt", true);
+        KoBacktrace::doBacktraceNoAlloc(nullptr, directory, nullptr, true);
+        EXPECT_TRUE(m_directory.names().empty());
+    }
+    KO_SKIP_WITHOUT_FAULT_INJECTION();
+    const KoTest::AllocationCounter allocations;
+    KoBacktrace::doBacktraceNoAlloc("x", directory, "txt", true);
+    EXPECT_EQ(allocations.count(), 0U);
+}
+
+TEST_F(KoBacktraceTest, RecordsOfThreadsNeverInterleave)
+{
+    constexpr std::size_t THREADS = 4;
+    constexpr std::size_t DUMPS = 8;
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < THREADS; ++t)
+    {
+        threads.emplace_back(
+            [this, t]
+            {
+                for (std::size_t i = 0; i < DUMPS; ++i)
+                {
+                    i % 2 == 0 ? dump(std::to_string(t).c_str()) : dumpNoAlloc(std::to_string(t).c_str());
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    std::vector<std::size_t> counts(THREADS);
+    for (const Record& record : parse(m_directory.read(defaultName())))
+    {
+        ++counts[std::stoul(record.information)];
+    }
+    EXPECT_THAT(counts, testing::Each(DUMPS));
+}
+
+std::promise<void> sIsInside;
+std::promise<void> sMayLeave;
+
+CKoString waitingInfos(CKoString& name)
+{
+    sIsInside.set_value();
+    sMayLeave.get_future().wait();
+    return releaseInfos(name);
+}
+
+TEST_F(KoBacktraceTest, AChildForkedDuringAnotherThreadsDumpCanDump)
+{
+    KoBacktrace::setInfos(waitingInfos);
+    std::thread dumping([this] { dump("thread"); });
+    sIsInside.get_future().wait();
+    KoBacktrace::setInfos(releaseInfos);
+    const ChildResult result = ChildProcess::run([this] { return dump("child"), 0; }, 10000);
+    sMayLeave.set_value();
+    dumping.join();
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    EXPECT_EQ(parse(m_directory.read("app.txt")).size(), 2U);
+}
+
+} // namespace
