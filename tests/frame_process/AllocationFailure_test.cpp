@@ -77,14 +77,11 @@ const Operation CHECKED[] = {
     {"memory: operator new in its forms",
      [](Trigger& trigger)
      {
-         struct alignas(64) Aligned
-         {
-             char bytes[64];
-         };
+         const std::align_val_t alignment{64};
          trigger.start();
-         delete new std::string;
-         delete[] new int[100];
-         delete new Aligned;
+         ::operator delete(::operator new(10));
+         ::operator delete[](::operator new[](10));
+         ::operator delete(::operator new(10, alignment), alignment);
      }},
     {"string: construction from text, wide text and capacity",
      [](Trigger& trigger)

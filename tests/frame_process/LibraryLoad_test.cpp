@@ -5,6 +5,7 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FaultInjection.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace
 {
@@ -40,15 +41,41 @@ TEST(LibraryLoad, servesUsesThatComeBeforeItsConstructors)
         const KoTest::ChildResult result = runProbe(KO_LOAD_PROBE, entry.arguments);
 
         EXPECT_EQ(result.exitStatus, 0);
-        EXPECT_EQ(result.standardOutput,
-                  "early: level " + level + ", break " + isBreakEnabled + ", bytes " + bytes +
-                      ", text early, empty 1\n"
-                      "static: null string 1, null stream read 0\n"
-                      "main: level " +
-                      level + ", break " + isBreakEnabled + ", released " + bytes + ", same bias 1\n")
+        EXPECT_EQ(result.standardOutput, "early: level " + level + ", break " + isBreakEnabled + ", bytes " +
+                                             bytes +
+                                             ", text early, empty 1\n"
+                                             "static: null string 1, null stream read 0\n"
+                                             "main: level " +
+                                             level + ", break " + isBreakEnabled + ", released " + bytes +
+                                             ", same bias 1, threads added 0\n")
             << result.describe();
         EXPECT_EQ(result.standardError, "");
         EXPECT_TRUE(result.log.empty()) << result.describe();
+    }
+}
+
+TEST(LibraryLoad, reportsInFullBeforeItsConstructorsAndAfterItsDestructors)
+{
+    const KoTest::TemporaryDirectory directory;
+    KoTest::ChildProcess::Program program{KO_LOAD_PROBE, {"report"}, {}, {}};
+    program.environment = {{"KO_ASSERTION_BACKTRACE_DIR", directory.path().c_str()}};
+    const KoTest::ChildResult result = KoTest::ChildProcess::execute(program);
+
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    const std::vector<std::string> messages = {"before the constructors", "between them",
+                                               "after the destructors"};
+    std::vector<std::string> lines;
+    for (std::size_t i = 0; i < messages.size(); ++i)
+    {
+        const std::string number = std::to_string(i + 1);
+        lines.push_back("load_probe:" + number + ": ASSERTION \"" + messages[i] + "\" failed");
+        lines.push_back("ASSERTION \"" + messages[i] + "\" failed in load_probe " + number);
+    }
+    EXPECT_THAT(result.logTexts(), testing::ElementsAreArray(lines));
+    const std::string backtraces = directory.read("PID" + std::to_string(result.pid) + ".ass");
+    for (const std::string& message : messages)
+    {
+        EXPECT_THAT(backtraces, testing::HasSubstr("\n[QNX backtrace] INFO - ASSERTION \"" + message + "\""));
     }
 }
 

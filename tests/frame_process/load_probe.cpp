@@ -1,12 +1,18 @@
 // Uses the library before its own constructors have run, from a constructor of its own, and from main();
-// prints what it saw.
+// prints what it saw. With the argument "report" it reports an assertion at each of these times instead, and
+// after the library's destructors.
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include <dirent.h>
+#include <unistd.h>
+
 #include "pf/base/CKoString.h"
+#include "pf/oswrapper/CKoAsserter.h"
 #include "pf/oswrapper/KoMemory.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
 #include "pf/oswrapper/KoStartupOptions.h"
@@ -23,11 +29,25 @@ struct SeenEarly
     void* block;
     unsigned int bytesAfterNew;
     unsigned long long bias;
+    int threadCount;
     char text[16];
     bool isEmptyStringUsable;
 };
 
 SeenEarly sEarly;
+
+/// Counted with plain calls: the standard library is not constructed yet when it is called first.
+int countThreads()
+{
+    int count = 0;
+    DIR* const threads = opendir("/proc/self/task");
+    for (const dirent* entry = readdir(threads); entry != nullptr; entry = readdir(threads))
+    {
+        count += entry->d_name[0] != '.' ? 1 : 0;
+    }
+    closedir(threads);
+    return count;
+}
 
 void useStrings()
 {
@@ -38,14 +58,27 @@ void useStrings()
     sEarly.isEmptyStringUsable = empty.isEmpty() && empty == CKoString() && *empty.begin() == 0;
 }
 
-/// Runs before every shared library's constructors.
-void runEarly(int /*argc*/, char** /*argv*/, char** /*environment*/)
+void reportLate()
 {
+    doAssert(3, "load_probe", "after the destructors");
+}
+
+/// Runs before every shared library's constructors. What it leaves for the exit runs after their destructors.
+void runEarly(int argc, char** argv, char** environment)
+{
+    environ = environment; // which the C library's own constructor would do
+    if (argc > 1 && std::strcmp(argv[1], "report") == 0)
+    {
+        std::atexit(reportLate);
+        doAssert(1, "load_probe", "before the constructors");
+        return;
+    }
     sEarly.block = ::operator new(100);
     sEarly.bytesAfterNew = KoMemory::getAllocatedBytes();
     sEarly.traceLevel = KoStartupOptions::getMemoryTraceLevel();
     sEarly.isBreakEnabled = KoStartupOptions::isBreakEnabled();
     sEarly.bias = KoOperatingSystem::getMonotonicBias(nullptr);
+    sEarly.threadCount = countThreads();
     useStrings();
 }
 
@@ -70,8 +103,13 @@ const StaticClient sClient;
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "report") == 0)
+    {
+        doAssert(2, "load_probe", "between them");
+        return 0;
+    }
     const unsigned int before = KoMemory::getAllocatedBytes();
     ::operator delete(sEarly.block);
     const unsigned int released = before - KoMemory::getAllocatedBytes();
@@ -80,8 +118,9 @@ int main()
                 static_cast<int>(sEarly.isEmptyStringUsable));
     std::printf("static: null string %d, null stream read %u\n", static_cast<int>(sClient.isNullStringUsable),
                 sClient.bytesRead);
-    std::printf("main: level %u, break %d, released %u, same bias %d\n",
+    std::printf("main: level %u, break %d, released %u, same bias %d, threads added %d\n",
                 KoStartupOptions::getMemoryTraceLevel(), static_cast<int>(KoStartupOptions::isBreakEnabled()),
-                released, static_cast<int>(KoOperatingSystem::getMonotonicBias(nullptr) == sEarly.bias));
+                released, static_cast<int>(KoOperatingSystem::getMonotonicBias(nullptr) == sEarly.bias),
+                countThreads() - sEarly.threadCount);
     return 0;
 }

@@ -1,5 +1,5 @@
 // Inserts beyond the end of a vector as often as its argument says, and goes on.
-// Prints the address of the inserting function first, and the vector's content at the end.
+// Prints the bounds of the inserting function's code first, and the vector's content at the end.
 
 #include <cinttypes>
 #include <cstdint>
@@ -8,10 +8,17 @@
 
 #include "pf/containers/TKoVector.h"
 
+extern "C"
+{
+    // The linker's names for the bounds of the section.
+    extern const char __start_inserting_code[];
+    extern const char __stop_inserting_code[];
+}
+
 namespace
 {
 
-__attribute__((noinline)) void insertBeyondEnd(TKoVector<int>& numbers)
+__attribute__((noinline, section("inserting_code"))) void insertBeyondEnd(TKoVector<int>& numbers)
 {
     numbers.insert(static_cast<int>(numbers.size()) + 1, 99);
     // Keeps the call above from being the function's last action, which would take its frame off the stack.
@@ -23,7 +30,8 @@ __attribute__((noinline)) void insertBeyondEnd(TKoVector<int>& numbers)
 int main(int argc, char** argv)
 {
     const int count = argc > 1 ? std::atoi(argv[1]) : 1;
-    std::printf("%" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(&insertBeyondEnd));
+    std::printf("%" PRIxPTR " %" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(__start_inserting_code),
+                reinterpret_cast<std::uintptr_t>(__stop_inserting_code));
     std::fflush(stdout);
     TKoVector<int> numbers{1, 2, 3};
     for (int i = 0; i < count; ++i)

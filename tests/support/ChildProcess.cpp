@@ -265,11 +265,11 @@ void applyEnvironment(const ChildProcess::Program& program)
 bool parseLogDatagram(const std::string& datagram, LogLine& line)
 {
     int priority = 0;
-    int pid = 0;
     int opcode = 0;
     int consumed = -1;
-    if (std::sscanf(datagram.c_str(), "<%d>%*[^[][%d]: (%d) %n", &priority, &pid, &opcode, &consumed) != 3 ||
-        consumed < 0)
+    const std::size_t bracket = datagram.find('[');
+    if (bracket == std::string::npos || std::sscanf(datagram.c_str(), "<%d>", &priority) != 1 ||
+        std::sscanf(datagram.c_str() + bracket, "[%*d]: (%d) %n", &opcode, &consumed) != 1 || consumed < 0)
     {
         return false;
     }
