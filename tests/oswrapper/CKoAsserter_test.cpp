@@ -1,7 +1,6 @@
 #include "pf/oswrapper/CKoAsserter.h"
 
 #include "pf/oswrapper/KoError.h"
-#include "tests/support/AssertionCounter.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -11,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <unistd.h>
 
 namespace
@@ -20,33 +18,36 @@ namespace
 using KoTest::ChildProcess;
 using KoTest::ChildResult;
 using KoTest::ScopedEnvironment;
-using KoTest::TemporaryDirectory;
-using testing::ElementsAre;
+using Lines = std::vector<std::string>;
 
-std::vector<int> severities(const ChildResult& result)
-{
-    std::vector<int> found;
-    for (const KoTest::LogLine& line : result.log)
-    {
-        found.push_back(line.severity);
-    }
-    return found;
-}
+constexpr int ABORTED = 1000 + SIGABRT;
+const std::string EXITING = "5 terminating process using exit(EXIT_FAILURE)";
+const std::string ABORTING = "5 terminating process using abort()";
 
-std::size_t countRecords(const std::string& file)
-{
-    std::size_t count = 0;
-    for (std::size_t at = file.find("INFO - "); at != std::string::npos; at = file.find("INFO - ", at + 1))
-    {
-        ++count;
-    }
-    return count;
-}
-
-/// Everything a child leaves behind in its backtrace directory.
-class Assertions : public testing::Test
+/// Runs reports in a process of their own, whose backtraces go to a fresh directory.
+class Reports : public testing::Test
 {
 protected:
+    /// Expects how the process ends (status, or 1000 + signal), its log lines with their severity in front,
+    /// standard-error lines for those of severity 2, and the number of backtrace records.
+    void expect(const std::function<int()>& body, int ending, const Lines& lines, std::size_t records)
+    {
+        const ChildResult result = run(body);
+        EXPECT_EQ(result.signal != 0 ? 1000 + result.signal : result.exitStatus, ending) << result.describe();
+        Lines logged;
+        std::string standardError;
+        for (std::size_t i = 0; i < result.log.size(); ++i)
+        {
+            const std::string text = result.logTexts()[i];
+            logged.push_back(std::to_string(result.log[i].severity) + " " + text);
+            standardError += result.log[i].severity == 2 ? "\n" + text + "\n" : "";
+        }
+        EXPECT_EQ(logged, lines);
+        // An emulator adds a line of its own about an abort.
+        EXPECT_EQ(result.standardError.substr(0, result.standardError.find("qemu: ")), standardError);
+        EXPECT_EQ(countRecords(result), records);
+    }
+
     ChildResult run(const std::function<int()>& body)
     {
         return ChildProcess::run(
@@ -58,245 +59,145 @@ protected:
             });
     }
 
-    std::string backtraceOf(const ChildResult& result) const
+    std::size_t countRecords(const ChildResult& result) const
     {
-        return m_directory.read("PID" + std::to_string(result.pid) + ".ass");
+        const std::string file = m_directory.read("PID" + std::to_string(result.pid) + ".ass");
+        std::size_t count = 0;
+        for (std::size_t at = file.find("INFO - "); at != file.npos; at = file.find("INFO - ", at + 1))
+        {
+            ++count;
+        }
+        return count;
     }
 
-    TemporaryDirectory m_directory;
+    KoTest::TemporaryDirectory m_directory;
     ScopedEnvironment m_directoryVariable{"KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str()};
     ScopedEnvironment m_limit{"KO_ASSERTION_BACKTRACE_MAX", nullptr};
     ScopedEnvironment m_abortOnAssertion{"KO_ENABLE_ABORT_ON_ASSERTION", nullptr};
     ScopedEnvironment m_abortOnFatalError{"KO_ENABLE_ABORT_ON_FATAL_ERROR", nullptr};
 };
 
-TEST_F(Assertions, AreReportedInFullAndTheProcessGoesOn)
+TEST_F(Reports, OfAssertionsLetTheProcessGoOn)
 {
-    const struct
+    const auto report = [](const char* message)
     {
-        const char* message;
-        const char* first;
-        const char* second;
-    } cases[] = {{nullptr, "X:12: ASSERTION failed", "ASSERTION \"???\" failed in X 12"},
-                 {"too %s%n late", "X:12: ASSERTION \"too %s%n late\" failed",
-                  "ASSERTION \"too %s%n late\" failed in X 12"}};
-    for (const auto& wanted : cases)
+        errno = EDOM;
+        doAssert(12, "X", message);
+        return errno == EDOM ? 5 : 6;
+    };
+    expect([&] { return report(nullptr); }, 5,
+           {"2 X:12: ASSERTION failed", "1 ASSERTION \"???\" failed in X 12"}, 1);
+    expect([&] { return report("too %s%n late"); }, 5,
+           {"2 X:12: ASSERTION \"too %s%n late\" failed", "1 ASSERTION \"too %s%n late\" failed in X 12"}, 1);
+    const auto reportBeyondExpected = []
     {
-        const ChildResult result = run(
-            [&wanted]
-            {
-                errno = EDOM;
-                wanted.message == nullptr ? doCheapAssert(12, "X") : doAssert(12, "X", wanted.message);
-                return errno == EDOM ? 5 : 6;
-            });
-        EXPECT_EQ(result.exitStatus, 5) << result.describe();
-        EXPECT_THAT(result.logTexts(), ElementsAre(wanted.first, wanted.second));
-        EXPECT_THAT(severities(result), ElementsAre(2, 1));
-        EXPECT_EQ(result.standardError, "\n" + std::string(wanted.first) + "\n");
-        const std::string start = "\n[QNX backtrace] INFO - " + std::string(wanted.second) + "\n";
-        EXPECT_EQ(backtraceOf(result).substr(0, start.size()), start);
-    }
+        CKoAsserter::setExpectedAssertions(2);
+        doCheapAssert(1, "A");
+        doAssert(2, "A", "b");
+        const unsigned int counted = CKoAsserter::getOccuredAssertions();
+        doCheapAssert(3, "A");
+        return static_cast<int>(counted * 10 + CKoAsserter::getOccuredAssertions());
+    };
+    expect(reportBeyondExpected, 23, {"2 A:3: ASSERTION failed", "1 ASSERTION \"???\" failed in A 3"}, 1);
+    const auto switchToAbort = []
+    {
+        doCheapAssert(1, "D");
+        ::setenv("KO_ENABLE_ABORT_ON_ASSERTION", "", 1);
+        doCheapAssert(2, "D");
+        return 0;
+    };
+    expect(switchToAbort, ABORTED,
+           {"2 D:1: ASSERTION failed", "1 ASSERTION \"???\" failed in D 1", "2 D:2: ASSERTION failed",
+            "1 ASSERTION \"???\" failed in D 2"},
+           1);
 }
 
-TEST_F(Assertions, ThatAreExpectedAreOnlyCounted)
-{
-    const ChildResult result = run(
-        []
-        {
-            CKoAsserter::setExpectedAssertions(2);
-            doCheapAssert(1, "A");
-            doAssert(2, "A", "b");
-            const unsigned int counted = CKoAsserter::getOccuredAssertions();
-            doCheapAssert(3, "A");
-            return static_cast<int>(counted * 10 + CKoAsserter::getOccuredAssertions());
-        });
-    EXPECT_EQ(result.exitStatus, 23);
-    EXPECT_THAT(result.logTexts(), ElementsAre("A:3: ASSERTION failed", "ASSERTION \"???\" failed in A 3"));
-    EXPECT_EQ(countRecords(backtraceOf(result)), 1U);
-}
-
-TEST_F(Assertions, WriteAtMostTheConfiguredNumberOfBacktraces)
+TEST_F(Reports, WriteAtMostTheConfiguredNumberOfBacktraces)
 {
     const struct
     {
         const char* limit;
         std::size_t records;
-    } cases[] = {{nullptr, 5}, {"3", 3}, {"0", 5}, {"many", 5}, {"-1", 0}, {"2 of them", 2}};
+    } cases[] = {{nullptr, 4}, {"3", 2}, {"0", 4}, {"many", 4}, {"-1", 0}, {"2 of them", 1}};
     for (const auto& wanted : cases)
     {
         const ScopedEnvironment limit("KO_ASSERTION_BACKTRACE_MAX", wanted.limit);
         const ChildResult result = run(
-            []
+            [this]
             {
-                for (unsigned int i = 0; i < 5; ++i)
+                ::setenv("KO_ASSERTION_BACKTRACE_DIR", "/missing", 1);
+                doCheapAssert(0, "B"); // counts although nothing is written
+                ::setenv("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str(), 1);
+                ::setenv("KO_ASSERTION_BACKTRACE_MAX", "4", 1); // read once only
+                for (unsigned int i = 1; i < 5; ++i)
                 {
                     doCheapAssert(i, "B");
-                    ::setenv("KO_ASSERTION_BACKTRACE_MAX", "4", 1); // read once only
                 }
                 return 0;
             });
         EXPECT_EQ(result.log.size(), 10U) << result.describe();
-        EXPECT_EQ(countRecords(backtraceOf(result)), wanted.records) << wanted.records;
+        EXPECT_EQ(countRecords(result), wanted.records) << wanted.records;
     }
 }
 
-TEST_F(Assertions, CountABacktraceThatCouldNotBeWritten)
+TEST_F(Reports, OfFatalErrorsEndTheProcessWithoutABacktrace)
 {
-    const ScopedEnvironment limit("KO_ASSERTION_BACKTRACE_MAX", "1");
-    const std::string missing = m_directory.file("missing");
-    const ChildResult result = run(
-        [this, &missing]
-        {
-            ::setenv("KO_ASSERTION_BACKTRACE_DIR", missing.c_str(), 1);
-            doCheapAssert(1, "C");
-            ::setenv("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str(), 1);
-            doCheapAssert(2, "C");
-            return 0;
-        });
-    EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_EQ(result.standardOutput,
-              "Cannot open " + missing + "/PID" + std::to_string(result.pid) + ".ass\n");
-    EXPECT_TRUE(m_directory.names().empty());
-}
-
-TEST_F(Assertions, AbortBeforeTheBacktraceWhenTheSwitchIsSetAtThatMoment)
-{
-    const ChildResult result = run(
-        []
-        {
-            doCheapAssert(1, "D");
-            ::setenv("KO_ENABLE_ABORT_ON_ASSERTION", "", 1);
-            doCheapAssert(2, "D");
-            return 0;
-        });
-    EXPECT_EQ(result.signal, SIGABRT);
-    EXPECT_EQ(result.log.size(), 4U);
-    EXPECT_EQ(result.standardError, "\nD:1: ASSERTION failed\n\nD:2: ASSERTION failed\n");
-    EXPECT_EQ(countRecords(backtraceOf(result)), 1U);
-}
-
-TEST_F(Assertions, FatalErrorsEndTheProcessAndLeaveNoBacktrace)
-{
-    const struct
+    const auto die = []() -> int { doCheapFatalError(7, "E"); };
+    const auto dieOf = []() -> int { doFatalError(7, "E", "a %d"); };
+    expect(die, 1, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR occured", EXITING}, 0);
+    expect(dieOf, 1, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured", EXITING},
+           0);
+    const auto dieTwice = [&die]() -> int
     {
-        const char* message;
-        const char* abortSwitch;
-        std::vector<std::string> lines;
-        std::vector<int> severities;
-    } cases[] = {
-        {"gone",
-         nullptr,
-         {"E:7: FATAL ERROR \"gone\" occured", "E:7: FATAL ERROR \"gone\" occured",
-          "terminating process using exit(EXIT_FAILURE)"},
-         {2, 1, 5}},
-        {nullptr,
-         nullptr,
-         {"E:7: FATAL ERROR occured", "E:7: FATAL ERROR occured",
-          "terminating process using exit(EXIT_FAILURE)"},
-         {2, 1, 5}},
-        {nullptr, "", {"E:7: FATAL ERROR occured", "E:7: FATAL ERROR \"???\" occured"}, {2, 1}},
-        {"a %d", "1", {"E:7: FATAL ERROR \"a %d\" occured", "E:7: FATAL ERROR \"a %d\" occured"}, {2, 1}},
+        std::atexit([] { doCheapFatalError(8, "E"); });
+        return die();
     };
-    for (const auto& wanted : cases)
+    expect(dieTwice, ABORTED,
+           {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR occured", EXITING, "2 E:8: FATAL ERROR occured",
+            "1 E:8: FATAL ERROR occured", ABORTING},
+           0);
+    const ScopedEnvironment abortSwitch("KO_ENABLE_ABORT_ON_FATAL_ERROR", "");
+    expect(die, ABORTED, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR \"???\" occured"}, 0);
+    expect(dieOf, ABORTED, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured"}, 0);
+}
+
+int sStatus = 42;
+
+/// Installs a handler, then reports a critical error.
+int dieWithHandler(void (*handler)(void*), bool isRestored = false)
+{
+    KoError::setErrorHandler(handler, &sStatus);
+    if (isRestored)
     {
-        const ScopedEnvironment abortSwitch("KO_ENABLE_ABORT_ON_FATAL_ERROR", wanted.abortSwitch);
-        const ChildResult result = run(
-            [&wanted]() -> int
-            {
-                if (wanted.message == nullptr)
-                {
-                    doCheapFatalError(7, "E");
-                }
-                doFatalError(7, "E", wanted.message);
-            });
-        EXPECT_EQ(result.exitStatus, wanted.abortSwitch == nullptr ? 1 : -1) << result.describe();
-        EXPECT_EQ(result.signal, wanted.abortSwitch == nullptr ? 0 : SIGABRT);
-        EXPECT_EQ(result.logTexts(), wanted.lines);
-        EXPECT_EQ(severities(result), wanted.severities);
-        EXPECT_EQ(result.standardError, "\n" + wanted.lines[0] + "\n");
-        EXPECT_TRUE(m_directory.names().empty());
+        KoError::setErrorHandler(nullptr, &sStatus);
     }
+    KoError::criticalError(0, "%s %d", "end", 1);
 }
 
-TEST_F(Assertions, AFatalErrorDuringExitAborts)
+TEST_F(Reports, OfCriticalErrorsEndAsTheInstalledHandlerDecides)
 {
-    const ChildResult result = run(
-        []() -> int
-        {
-            std::atexit([] { doCheapFatalError(2, "F"); });
-            doCheapFatalError(1, "F");
-        });
-    EXPECT_EQ(result.signal, SIGABRT);
-    ASSERT_EQ(result.log.size(), 6U) << result.describe();
-    EXPECT_EQ(result.logTexts()[5], "terminating process using abort()");
-    EXPECT_EQ(result.log[5].severity, 5);
+    const auto leave = [](void* status) { ::_exit(*static_cast<int*>(status)); };
+    expect([&] { return dieWithHandler(leave); }, 42, {"1 end 1"}, 0);
+    expect([&] { return dieWithHandler(leave, true); }, 1, {"1 end 1", EXITING}, 0);
+    expect([&] { return dieWithHandler([](void*) {}); }, ABORTED, {"1 end 1"}, 0);
 }
 
-void exitWithArgument(void* argument)
+TEST_F(Reports, OfOperatingSystemErrorsCarryNumberAndText)
 {
-    ::_exit(*static_cast<int*>(argument));
-}
-
-void doNothing(void*)
-{
-}
-
-TEST_F(Assertions, AnInstalledHandlerDecidesTheEnding)
-{
-    static int status = 42;
-    EXPECT_EQ(run(
-                  []() -> int
-                  {
-                      KoError::setErrorHandler(exitWithArgument, &status);
-                      doCheapFatalError(1, "G");
-                  })
-                  .exitStatus,
-              42);
-    EXPECT_EQ(run(
-                  []() -> int
-                  {
-                      KoError::setErrorHandler(doNothing, nullptr);
-                      KoError::criticalError(0, "%s", "returns");
-                  })
-                  .signal,
-              SIGABRT);
-    EXPECT_EQ(run(
-                  []() -> int
-                  {
-                      KoError::setErrorHandler(exitWithArgument, &status);
-                      KoError::setErrorHandler(nullptr, &status);
-                      KoError::criticalError(0, "%s", "restored");
-                  })
-                  .exitStatus,
-              1);
-}
-
-TEST_F(Assertions, OperatingSystemErrorsCarryNumberAndText)
-{
-    const std::string reason = std::string("(operating system error 2, ") + std::strerror(ENOENT) + ")";
-    KoTest::LogCapture log;
-    KoError::reportOSError(3, KoSyslog::Notice, ENOENT, "no %s");
-    errno = ENOENT;
-    KoError::reportOSError(0, KoSyslog::Error, "here");
-    EXPECT_THAT(log.texts(), ElementsAre("no %s " + reason, "here " + reason));
-    EXPECT_EQ(log.lines()[0].opcode, 10000 | (3 << 20));
-    EXPECT_EQ(log.lines()[0].severity, 4);
-
-    const struct
+    const std::string reason = " (operating system error 2, No such file or directory)";
+    const auto report = []
     {
-        void (*die)();
-        std::string line;
-    } cases[] = {
-        {[] { KoError::fatalOSError(1, ENOENT, "a"); }, "a " + reason + " - aborting process"},
-        {[] { errno = ENOENT, KoError::fatalOSError(1, "b"); }, "b " + reason + " - aborting process"},
-        {[] { KoError::fatalError(1, "c %s"); }, "c %s - aborting process"}};
-    for (const auto& wanted : cases)
-    {
-        const ChildResult result = run([&wanted] { return wanted.die(), 0; });
-        EXPECT_EQ(result.signal, SIGABRT);
-        EXPECT_THAT(result.logTexts(), ElementsAre(wanted.line));
-        EXPECT_THAT(severities(result), ElementsAre(1));
-    }
+        KoError::reportOSError(3, KoSyslog::Notice, ENOENT, "no %s");
+        errno = ENOENT;
+        KoError::reportOSError(0, KoSyslog::Info, "here");
+        return 0;
+    };
+    expect(report, 0, {"4 no %s" + reason, "5 here" + reason}, 0);
+    expect([]() -> int { KoError::fatalOSError(1, ENOENT, "a"); }, ABORTED,
+           {"1 a" + reason + " - aborting process"}, 0);
+    expect([]() -> int { errno = ENOENT, KoError::fatalOSError(1, "b"); }, ABORTED,
+           {"1 b" + reason + " - aborting process"}, 0);
+    expect([]() -> int { KoError::fatalError(1, "c %s"); }, ABORTED, {"1 c %s - aborting process"}, 0);
 }
 
 } // namespace

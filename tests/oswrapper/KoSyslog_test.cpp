@@ -1,6 +1,5 @@
 #include "pf/oswrapper/KoSyslog.h"
 
-#include "tests/support/FaultInjection.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -76,18 +75,6 @@ TEST(KoSyslog, TellsOnStandardErrorThatTheLoggerFailedUnlessThereIsNone)
         const std::string expected = "pid: " + std::to_string(getpid()) + ": cannot write to syslog: ";
         EXPECT_EQ(note, error == 0 || error == ENOENT ? "" : expected + std::strerror(error) + "\n");
     }
-}
-
-TEST(KoSyslog, UsesNoHeap)
-{
-    KO_SKIP_WITHOUT_FAULT_INJECTION();
-    LogCapture log;
-    const std::string text(3000, 't');
-    const KoTest::AllocationCounter allocations;
-    KoSyslog::logMsg(0, KoSyslog::Error, "%s %d %u", text.c_str(), 1, 2U);
-    log.failWith(EIO);
-    KoSyslog::logMsg(0, KoSyslog::Error, "%s", text.c_str());
-    EXPECT_EQ(allocations.count(), 0U);
 }
 
 } // namespace
