@@ -20,21 +20,27 @@ constexpr std::size_t TABLE_ROWS = 20;
 constexpr unsigned int MAX_COLUMN = 30; ///< characters of a word that the table shows
 constexpr int SOME_FILE_FAILED = 2;
 
-/// Counts the files; false when one of them could not be counted completely.
-bool countFiles(const std::vector<std::string>& paths, WordTable& words)
+unsigned int asUnsigned(std::size_t count)
 {
-    bool allCounted = !paths.empty();
+    return static_cast<unsigned int>(count);
+}
+
+/// Counts the files. \return how many of them were read to their end.
+std::size_t countFiles(const std::vector<std::string>& paths, WordTable& words)
+{
+    std::size_t complete = 0;
     for (const std::string& path : paths)
     {
         const TextFile file(path);
         words.addText(file.text());
-        if (!file.problem().empty())
+        if (file.problem().empty())
         {
-            std::fprintf(stderr, "wordcount: %s: %s\n", path.c_str(), file.problem().c_str());
-            allCounted = false;
+            ++complete;
+            continue;
         }
+        std::fprintf(stderr, "wordcount: %s: %s\n", path.c_str(), file.problem().c_str());
     }
-    return allCounted;
+    return complete;
 }
 
 void printTable(const TKoVector<WordTable::Entry>& entries)
@@ -65,13 +71,12 @@ bool insertOutOfRange(TKoVector<CKoString> words)
 {
     const TKoVector<CKoString> before = words;
     const int index = static_cast<int>(words.size()) + 1;
-    std::printf("\ninserting at index %d of a vector of %u words\n", index,
-                static_cast<unsigned int>(words.size()));
+    std::printf("\ninserting at index %d of a vector of %u words\n", index, asUnsigned(words.size()));
     std::fflush(stdout);
     words.insert(index, CKoString("beyond"));
     const bool isUnchanged = words == before;
     std::printf("the vector %s: %u words\n", isUnchanged ? "is unchanged" : "has CHANGED",
-                static_cast<unsigned int>(words.size()));
+                asUnsigned(words.size()));
     return isUnchanged;
 }
 
@@ -85,18 +90,18 @@ int main(int argc, char** argv)
         paths = regularFilesIn(DEFAULT_DIRECTORY);
     }
     WordTable words;
-    const bool allCounted = countFiles(paths, words);
+    const std::size_t complete = countFiles(paths, words);
     if (paths.empty())
     {
         std::fprintf(stderr, "wordcount: no files in %s\n", DEFAULT_DIRECTORY);
     }
 
     const TKoVector<WordTable::Entry> entries = words.mostFrequent(TABLE_ROWS);
-    std::printf("%u words, %u different ones, in %u files\n\n", words.totalWords(),
-                static_cast<unsigned int>(words.distinctWords()), static_cast<unsigned int>(paths.size()));
+    std::printf("%u words, %u different ones; %u of %u files read to their end\n\n", words.totalWords(),
+                asUnsigned(words.distinctWords()), asUnsigned(complete), asUnsigned(paths.size()));
     printTable(entries);
 
     const bool isUnchanged = insertOutOfRange(wordsOf(entries));
     std::printf("the process goes on\n");
-    return allCounted && isUnchanged ? 0 : SOME_FILE_FAILED;
+    return complete == paths.size() && !paths.empty() && isUnchanged ? 0 : SOME_FILE_FAILED;
 }
