@@ -17,9 +17,12 @@ namespace
 /// The record in front of the caller's bytes.
 struct SBlockRecord
 {
-    unsigned int size;   ///< bytes requested; 0 once the block is out of the books
-    unsigned int offset; ///< from the C allocator's block to the caller's bytes
+    unsigned int size;           ///< bytes requested
+    unsigned int offsetAndState; ///< from the C allocator's block to the caller's bytes; UNBOOKED
 };
+
+/// A block that outlived its failed resize: allocated, but no longer counted. Offsets are even.
+constexpr unsigned int UNBOOKED = 1;
 
 static_assert(sizeof(SBlockRecord) == 8, "the record is what a header has room for on every target");
 
@@ -36,6 +39,11 @@ SBlockRecord readRecord(const void* user)
     SBlockRecord record;
     std::memcpy(&record, static_cast<const char*>(user) - sizeof(record), sizeof(record));
     return record;
+}
+
+unsigned int offsetOf(const SBlockRecord& record)
+{
+    return record.offsetAndState & ~UNBOOKED;
 }
 
 void writeRecord(void* user, const SBlockRecord& record)
@@ -63,18 +71,28 @@ void* countBytesDeallocator(void* user, SKoMemTraceData& data)
         return nullptr;
     }
     const SBlockRecord record = readRecord(user);
-    KoAtomic::subtract(data.allocatedBytes, record.size);
-    return static_cast<char*>(user) - record.offset;
+    if ((record.offsetAndState & UNBOOKED) == 0)
+    {
+        KoAtomic::subtract(data.allocatedBytes, record.size);
+    }
+    return static_cast<char*>(user) - offsetOf(record);
 }
 
-/// The C allocator's resize would move an over-aligned block to another offset, so its bytes move here.
-void* moveToNewBlock(void* block, unsigned int oldSize, unsigned int size)
+/// Gives the C allocator's block room for `size` bytes behind a plain header; null when there is no memory.
+void* resizeRaw(void* raw, const SBlockRecord& record, unsigned int size, unsigned int headerSize)
 {
-    void* moved = KoMemory::alloc(size);
+    const unsigned int offset = offsetOf(record);
+    if (offset == headerSize)
+    {
+        return std::realloc(raw, size + headerSize);
+    }
+    // The C allocator would keep the bytes of an over-aligned block where only its larger header ends.
+    void* moved = std::malloc(size + headerSize);
     if (moved != nullptr)
     {
-        std::memcpy(moved, block, oldSize < size ? oldSize : size);
-        KoMemory::release(block);
+        std::memcpy(static_cast<char*>(moved) + headerSize, static_cast<char*>(raw) + offset,
+                    record.size < size ? record.size : size);
+        std::free(raw);
     }
     return moved;
 }
@@ -107,23 +125,21 @@ SKoMemTraceData& KoPrivate::initMemTrace()
 void* KoPrivate::reallocTraced(void* block, unsigned int size, SKoMemTraceData& data)
 {
     const SBlockRecord record = readRecord(block);
-    if (record.offset != data.headerSize)
+    void* raw = data.deallocatorHook(block, data);
+    void* resized = nullptr;
+    if (size <= UINT_MAX - data.headerSize)
     {
-        return moveToNewBlock(block, record.size, size);
+        resized = resizeRaw(raw, record, size, data.headerSize);
     }
-    if (size > UINT_MAX - data.headerSize)
+    else
     {
         errno = ENOMEM;
-        return nullptr;
     }
-    void* raw = data.deallocatorHook(block, data);
-    void* user = data.allocatorHook(std::realloc(raw, size + data.headerSize), size, data);
-    if (user == nullptr)
+    if (resized == nullptr)
     {
-        // The old block lives on outside the books; its release must not subtract a second time.
-        writeRecord(block, {0, record.offset});
+        writeRecord(block, {record.size, record.offsetAndState | UNBOOKED});
     }
-    return user;
+    return data.allocatorHook(resized, size, data);
 }
 
 void* KoPrivate::allocAligned(std::size_t size, std::size_t alignment)
