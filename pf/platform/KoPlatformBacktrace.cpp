@@ -1,6 +1,7 @@
 #include "pf/platform/KoPlatformBacktrace.h"
 
 #include "pf/platform/KoPlatformFile.h"
+#include "pf/platform/KoPlatformRetry.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -76,7 +77,8 @@ private:
         if (m_position == m_length)
         {
             m_position = 0;
-            const ssize_t length = ::read(m_file, m_chunk, sizeof(m_chunk));
+            const ssize_t length =
+                KoPlatform::repeatInterrupted([this] { return ::read(m_file, m_chunk, sizeof(m_chunk)); });
             m_length = length > 0 ? static_cast<std::size_t>(length) : 0;
         }
         return m_length == 0 ? '\0' : m_chunk[m_position++];

@@ -163,12 +163,12 @@ int openConnection(int stale)
     {
         return -1;
     }
-    descriptor = moveUp(descriptor);
     if (!connectToLogger(descriptor))
     {
         closeQuietly(descriptor);
         return -1;
     }
+    descriptor = moveUp(descriptor);
     // Acquire and release: pairs with itself in another thread; the socket is connected before it is seen.
     if (!sSocket.compare_exchange_strong(stale, descriptor, std::memory_order_acq_rel,
                                          std::memory_order_acquire))
