@@ -2,6 +2,7 @@
 
 #include "pf/oswrapper/KoSyslog.h"
 #include "pf/oswrapper/TKoOptional.h"
+#include "pf/oswrapper/TKoStartupCaller.h"
 
 #include <cerrno>
 
@@ -9,21 +10,31 @@ static_assert(sizeof(CKoCriticalSection) == 8 && alignof(CKoCriticalSection) == 
               "callers reserve this much");
 static_assert(sizeof(TKoOptional<CKoCriticalSection, 8, 4>) == 12, "a flag, then the section");
 
+namespace
+{
+
+/// Sections are initialised at compile time. The one way in which creating them can fail is the kernel's and
+/// the same for all, so it is looked at once.
+void checkCreation()
+{
+    _sync mutex = {};
+    const int error = KoPlatform::pthread_mutex_init(&mutex, nullptr);
+    if (error != 0)
+    {
+        KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to create CKoCriticalSection: error=%d", error);
+    }
+}
+
+const TKoStartupCaller<checkCreation> sCheckAtLoad;
+
+} // namespace
+
 CKoCriticalSection::~CKoCriticalSection()
 {
     const int error = KoPlatform::pthread_mutex_destroy(&m_mutex);
     if (error != 0)
     {
         KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to destroy CKoCriticalSection: error=%d", error);
-    }
-}
-
-void CKoCriticalSection::create() noexcept
-{
-    const int error = KoPlatform::pthread_mutex_init(&m_mutex, nullptr);
-    if (error != 0)
-    {
-        KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to create CKoCriticalSection: error=%d", error);
     }
 }
 

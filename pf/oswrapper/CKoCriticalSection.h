@@ -20,14 +20,11 @@
 class CKoCriticalSection
 {
 public:
-    /// Creates a free section. A failure is logged; the object then works as long as nobody has to wait.
+    /// Creates a free section. A kernel that cannot block on sections is logged when the library is loaded;
+    /// waiting then costs polling.
     constexpr CKoCriticalSection() noexcept
         : m_mutex{0U, 0U}
     {
-        if (!__builtin_is_constant_evaluated())
-        {
-            create();
-        }
     }
 
     /// A section that is still locked is logged.
@@ -57,7 +54,6 @@ public:
 private:
     friend class CKoWaitCondition;
 
-    KO_EXPORT void create() noexcept;
     KO_EXPORT void lockContended() noexcept;
     KO_EXPORT void unlockContended() noexcept;
 

@@ -170,10 +170,12 @@ int futexCountSleepers(unsigned int* word, bool shared)
     return error == 0 ? static_cast<int>(count) : -1;
 }
 
-bool threadExists(unsigned int kernelId)
+bool threadExists(unsigned int kernelId, bool anywhere)
 {
     const int savedErrno = errno;
-    const bool exists = syscall(SYS_tkill, static_cast<int>(kernelId), 0) == 0 || errno != ESRCH;
+    const int id = static_cast<int>(kernelId);
+    const long result = anywhere ? syscall(SYS_tkill, id, 0) : syscall(SYS_tgkill, getpid(), id, 0);
+    const bool exists = result == 0 || errno != ESRCH;
     errno = savedErrno;
     return exists;
 }

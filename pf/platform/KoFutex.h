@@ -30,7 +30,7 @@ int futexAdvance(unsigned int* word, int count, bool shared);
 /// Counts the threads that sleep on the word. \return the number, or -1 when the kernel cannot tell.
 int futexCountSleepers(unsigned int* word, bool shared);
 
-/// Whether a thread with this kernel id exists.
-bool threadExists(unsigned int kernelId);
+/// Whether a thread with this kernel id exists: anywhere, or in the calling process.
+bool threadExists(unsigned int kernelId, bool anywhere);
 
 } // namespace KoPlatform

@@ -115,6 +115,13 @@ bool takeFromDead(_sync& mutex, unsigned int word, unsigned int self)
     return true;
 }
 
+/// Whether the word names an owner that can no longer unlock: that of a private mutex must be a thread of
+/// this process.
+bool isOwnerGone(const _sync& mutex, unsigned int word)
+{
+    return (word & OWNER_ID) != 0U && !threadExists(word & OWNER_ID, isShared(mutex));
+}
+
 /// What remains to be done when the kernel has made the caller the owner.
 void finishKernelLock(_sync& mutex)
 {
@@ -182,7 +189,15 @@ public:
     {
         for (;;)
         {
+            if (takeFree(m_mutex, m_self))
+            {
+                return 0;
+            }
             const unsigned int word = ownerWord(m_mutex);
+            if (wasAbandoned(word) && takeFromDead(m_mutex, word, m_self))
+            {
+                return 0;
+            }
             const int error = futexLock(&m_mutex.owner, isShared(m_mutex), m_deadlineNs);
             if (error == 0)
             {
@@ -205,6 +220,10 @@ public:
     }
 
 private:
+    /// Of a shared mutex the kernel tells it. The owner of a private one may have stayed behind in the parent
+    /// of this process, or its id may have gone to a stranger: the kernel would wait for either.
+    bool wasAbandoned(unsigned int word) const { return !isShared(m_mutex) && isOwnerGone(m_mutex, word); }
+
     bool isFinal(int error)
     {
         switch (error)
@@ -214,6 +233,7 @@ private:
         case ESRCH:   // the word changed hands between the look at it and the call
         case EDEADLK: // threads wait for each other
         case ENOMEM:
+        case ENOSYS: // a kernel that cannot block on such words
             return false;
         case EINVAL: // passes when it comes from owners and waiters that were killed
             return m_pauses >= MAX_PAUSES_OF_DAMAGED_RECORD;
@@ -230,7 +250,7 @@ private:
             slogf(0, LOG_SEVERITY_ERROR, "deadlock: thread %u waits for a lock of thread %u", m_self,
                   ownerWord(m_mutex) & OWNER_ID);
         }
-        return error == EDEADLK || error == ENOMEM || error == EINVAL;
+        return error == EDEADLK || error == ENOMEM || error == EINVAL || error == ENOSYS;
     }
 
     /// \return false when the deadline has passed.
@@ -260,12 +280,6 @@ int waitForMutex(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
         return 0;
     }
     return KernelWait(mutex, self, deadlineNs).run();
-}
-
-/// Whether the word names an owner that no longer exists.
-bool isOwnerDead(unsigned int word)
-{
-    return (word & OWNER_ID) != 0U && !threadExists(word & OWNER_ID);
 }
 
 int setFlag(SyncAttributes* attributes, unsigned int flag, int enabled)
@@ -384,7 +398,7 @@ int pthread_mutex_trylock(_sync* mutex)
         return lockAgain(*mutex, EBUSY);
     }
     const unsigned int word = ownerWord(*mutex);
-    return isOwnerDead(word) && takeFromDead(*mutex, word, self) ? 0 : EBUSY;
+    return isOwnerGone(*mutex, word) && takeFromDead(*mutex, word, self) ? 0 : EBUSY;
 }
 
 int pthread_mutex_timedlock_monotonic(_sync* mutex, unsigned long long deadlineNs)
@@ -418,7 +432,7 @@ int pthread_mutex_unlock(_sync* mutex)
 int pthread_mutex_destroy(_sync* mutex)
 {
     const unsigned int word = ownerWord(*mutex);
-    if (word != 0U && !isOwnerDead(word))
+    if (word != 0U && !isOwnerGone(*mutex, word))
     {
         return EBUSY;
     }

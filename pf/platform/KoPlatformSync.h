@@ -26,8 +26,9 @@ struct _sync
 /// priority of a waiter on to the owner.
 ///
 /// An owner that ends without unlocking does not block the others: the next one gets the lock, and
-/// takeOwnerDied tells it. A dead owner whose thread id the kernel has given to a new thread looks alive
-/// until that thread ends.
+/// takeOwnerDied tells it. In a forked child that is so for every private mutex the parent had locked. A dead
+/// owner whose thread id the kernel has given to a new thread looks alive until that thread ends: one of the
+/// same process for a private mutex, any for a shared one.
 ///
 /// Memory order: locking acquires what the unlocking thread released.
 namespace KoPlatform
@@ -51,7 +52,7 @@ KO_EXPORT int pthread_mutexattr_setpshared(SyncAttributes* attributes, int share
 /// Creates a free mutex.
 /// \param attributes null for the defaults.
 /// \return 0; `EINVAL` for attributes that are not initialised; `ENOTSUP` when the kernel cannot block on
-/// such records (the mutex then works as long as nobody has to wait).
+/// such records (the mutex then works, but who has to wait polls).
 KO_EXPORT int pthread_mutex_init(_sync* mutex, const SyncAttributes* attributes);
 
 /// Waits until the mutex is the caller's. Takes an armed timeout (TimerTimeout) for the mutex state.

@@ -1,0 +1,334 @@
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "pf/platform/KoPlatformSync.h"
+#include "pf/platform/KoPlatformTimeout.h"
+#include "tests/platform/LockTestSupport.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FaultInjection.h"
+#include "tests/support/SignalStorm.h"
+
+namespace
+{
+
+using namespace KoPlatform;
+using KoTest::deadlineIn;
+using KoTest::makeMutex;
+using KoTest::RECURSIVE;
+using KoTest::SHARED;
+using KoTest::Stopwatch;
+
+constexpr unsigned int COUNT_BITS = 0x00FFFFFFU;
+
+_sync makeCondition(bool shared = false)
+{
+    SyncAttributes attributes{};
+    pthread_condattr_init(&attributes);
+    EXPECT_EQ(pthread_condattr_setclock(&attributes, CLOCK_ID_MONOTONIC), 0);
+    EXPECT_EQ(pthread_condattr_setpshared(&attributes, shared ? 1 : 0), 0);
+    _sync condition{};
+    EXPECT_EQ(pthread_cond_init(&condition, &attributes), 0);
+    EXPECT_EQ(pthread_condattr_destroy(&attributes), 0);
+    return condition;
+}
+
+bool hasWaiters(const _sync& condition, unsigned int count)
+{
+    return KoTest::waitUntil(
+        [&] { return (__atomic_load_n(&condition.count, __ATOMIC_RELAXED) & COUNT_BITS) == count; });
+}
+
+TEST(PlatformCondition, RefusesMisuse)
+{
+    _sync condition = makeCondition();
+    _sync mutex = makeMutex();
+    EXPECT_EQ(pthread_cond_wait(&condition, &mutex), EPERM);
+    const KoTest::Holder holder(mutex);
+    EXPECT_EQ(pthread_cond_timedwait(&condition, &mutex, deadlineIn(60000)), EPERM);
+    SyncAttributes attributes{};
+    EXPECT_EQ(pthread_cond_init(&condition, &attributes), EINVAL);
+    EXPECT_EQ(pthread_condattr_setclock(&attributes, CLOCK_ID_MONOTONIC), EINVAL);
+    pthread_condattr_init(&attributes);
+    EXPECT_EQ(pthread_condattr_setclock(&attributes, CLOCK_ID_REALTIME), EINVAL);
+}
+
+TEST(PlatformCondition, TimesOutAtTheDeadlineUnderSignalsWithTheMutexLockedAsOften)
+{
+    _sync condition = makeCondition();
+    _sync mutex = makeMutex(RECURSIVE);
+    ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+    ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+    for (const unsigned int ms : {0U, 1U, 70U})
+    {
+        const KoTest::SignalStorm storm;
+        const Stopwatch watch;
+        const unsigned long long deadline = deadlineIn(ms);
+        EXPECT_EQ(pthread_cond_timedwait(&condition, &mutex, deadline), ETIMEDOUT);
+        EXPECT_GE(monotonicNow(), deadline);
+        EXPECT_TRUE(watch.isWithin(ms, ms + 1000));
+    }
+    EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
+    EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
+    EXPECT_EQ(pthread_mutex_unlock(&mutex), EPERM);
+    EXPECT_EQ(pthread_cond_destroy(&condition), 0);
+}
+
+/// What an armed timeout does to a wait: which states it names, and whether it ends the wait.
+TEST(PlatformCondition, TakesAnArmedTimeout)
+{
+    const struct
+    {
+        unsigned int states;
+        bool bounded;
+    } cases[] = {{TIMEOUT_CONDVAR, true}, {TIMEOUT_CONDVAR | TIMEOUT_MUTEX, true}, {TIMEOUT_RECEIVE, false}};
+    for (const auto& test : cases)
+    {
+        _sync condition = makeCondition();
+        _sync mutex = makeMutex();
+        ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+        const unsigned long long time = 30000000ULL;
+        const Stopwatch watch;
+        ASSERT_EQ(TimerTimeout(CLOCK_ID_MONOTONIC, static_cast<int>(test.states), nullptr, &time, nullptr),
+                  0);
+        std::thread waker;
+        if (!test.bounded)
+        {
+            waker = std::thread(
+                [&]
+                {
+                    delayUntil(deadlineIn(60));
+                    pthread_cond_signal(&condition);
+                });
+        }
+        EXPECT_EQ(pthread_cond_wait(&condition, &mutex), test.bounded ? ETIMEDOUT : 0) << test.states;
+        EXPECT_TRUE(watch.isWithin(test.bounded ? 30 : 60, 1000)) << test.states;
+        EXPECT_EQ(pthread_mutex_unlock(&mutex), 0) << "the mutex is the caller's again";
+        EXPECT_EQ(takeTimeout(~0U, nullptr), NO_DEADLINE) << "taken by the call";
+        if (waker.joinable())
+        {
+            waker.join();
+        }
+    }
+}
+
+TEST(PlatformCondition, BoundsTakingTheMutexAgainWhenTheTimeoutNamesThatState)
+{
+    _sync condition = makeCondition();
+    _sync mutex = makeMutex();
+    std::thread waiter(
+        [&]
+        {
+            ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+            const unsigned long long time = 200000000ULL * KoTest::slowness();
+            TimerTimeout(CLOCK_ID_MONOTONIC, static_cast<int>(TIMEOUT_CONDVAR | TIMEOUT_MUTEX), nullptr,
+                         &time, nullptr);
+            EXPECT_EQ(pthread_cond_wait(&condition, &mutex), ETIMEDOUT);
+            EXPECT_EQ(pthread_mutex_unlock(&mutex), EPERM) << "another thread has it";
+        });
+    ASSERT_TRUE(hasWaiters(condition, 1));
+    ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+    EXPECT_EQ(pthread_cond_signal(&condition), 0);
+    waiter.join();
+    EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
+}
+
+/// Threads that wait for a permit each.
+class Waiters
+{
+public:
+    explicit Waiters(int count)
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            m_threads.emplace_back([this] { waitOnce(); });
+        }
+        EXPECT_TRUE(hasWaiters(condition, static_cast<unsigned int>(count)));
+    }
+    ~Waiters()
+    {
+        for (std::thread& thread : m_threads)
+        {
+            thread.join();
+        }
+    }
+    Waiters(const Waiters&) = delete;
+    Waiters& operator=(const Waiters&) = delete;
+
+    _sync condition = makeCondition();
+    _sync mutex = makeMutex();
+    std::atomic<int> woken{0};
+
+private:
+    void waitOnce()
+    {
+        ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+        EXPECT_EQ(pthread_cond_wait(&condition, &mutex), 0);
+        ++woken;
+        EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
+    }
+
+    std::vector<std::thread> m_threads;
+};
+
+TEST(PlatformCondition, WakesOneWaiterPerSignalAndAllByABroadcast)
+{
+    Waiters waiters(6);
+    // A waiter is registered before it sleeps; by the time it has given the mutex back and a moment has
+    // passed it does.
+    for (int i = 1; i <= 3; ++i)
+    {
+        ASSERT_EQ(pthread_mutex_lock(&waiters.mutex), 0);
+        EXPECT_EQ(pthread_cond_signal(&waiters.condition), 0);
+        ASSERT_EQ(pthread_mutex_unlock(&waiters.mutex), 0);
+        EXPECT_TRUE(KoTest::waitUntil([&] { return waiters.woken >= i; }));
+    }
+    EXPECT_EQ(pthread_cond_broadcast(&waiters.condition), 0);
+    EXPECT_TRUE(KoTest::waitUntil([&] { return waiters.woken == 6; }));
+    EXPECT_EQ(pthread_cond_signal(&waiters.condition), 0) << "nobody waits";
+}
+
+TEST(PlatformCondition, IsNotDestroyedUnderWaitersButRightAfterTheyWereWoken)
+{
+    for (int round = 0; round < 50; ++round)
+    {
+        auto waiters = std::make_unique<Waiters>(2);
+        if (round == 0)
+        {
+            EXPECT_EQ(pthread_cond_destroy(&waiters->condition), EBUSY);
+        }
+        EXPECT_EQ(pthread_cond_broadcast(&waiters->condition), 0);
+        EXPECT_EQ(pthread_cond_destroy(&waiters->condition), 0) << round;
+        EXPECT_EQ(waiters->condition.count, 0U);
+    }
+}
+
+/// A store of permits in which every wake-up counts: none may get lost.
+struct Permits
+{
+    _sync mutex = makeMutex(SHARED);
+    _sync condition = makeCondition(true);
+    int available = 0;
+    long taken = 0;
+
+    void give(bool signalLocked)
+    {
+        pthread_mutex_lock(&mutex);
+        ++available;
+        if (signalLocked)
+        {
+            pthread_cond_signal(&condition);
+        }
+        pthread_mutex_unlock(&mutex);
+        if (!signalLocked)
+        {
+            pthread_cond_signal(&condition);
+        }
+    }
+
+    /// \return false when a wait that must end by a wake-up did not.
+    bool take(bool timed)
+    {
+        bool woken = true;
+        pthread_mutex_lock(&mutex);
+        while (available == 0 && woken)
+        {
+            const int error = timed ? pthread_cond_timedwait(&condition, &mutex, deadlineIn(1))
+                                    : pthread_cond_timedwait(&condition, &mutex, deadlineIn(60000));
+            woken = timed || error == 0;
+        }
+        if (woken)
+        {
+            --available;
+            ++taken;
+        }
+        pthread_mutex_unlock(&mutex);
+        return woken;
+    }
+};
+
+TEST(PlatformCondition, LosesNoWakeUpAmongManyThreads)
+{
+    constexpr int THREADS = 3;
+    const int rounds = KoTest::slowness() == 1 ? 5000 : 500;
+    Permits permits;
+    const KoTest::SignalStorm storm(KoTest::SignalStorm::WHOLE_PROCESS);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                for (int i = 0; i < rounds; ++i)
+                {
+                    ASSERT_TRUE(permits.take(t == 0)) << "a wake-up was lost";
+                }
+            });
+        threads.emplace_back(
+            [&, t]
+            {
+                for (int i = 0; i < rounds; ++i)
+                {
+                    permits.give(t != 0);
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(permits.taken, static_cast<long>(THREADS) * rounds);
+    EXPECT_EQ(permits.available, 0);
+}
+
+TEST(PlatformCondition, WorksBetweenProcesses)
+{
+    struct Pair
+    {
+        Permits there;
+        Permits back;
+    };
+    constexpr int ROUNDS = 200;
+    const KoTest::SharedMemory<Pair> pair;
+    std::thread partner(
+        [&]
+        {
+            for (int i = 0; i < ROUNDS; ++i)
+            {
+                pair->there.give(true);
+                ASSERT_TRUE(pair->back.take(false)) << i;
+            }
+        });
+    const auto body = [&]
+    {
+        for (int i = 0; i < ROUNDS; ++i)
+        {
+            if (!pair->there.take(false))
+            {
+                return 1;
+            }
+            pair->back.give(false);
+        }
+        return 0;
+    };
+    const KoTest::ChildResult result = KoTest::ChildProcess::run(body);
+    EXPECT_EQ(result.exitStatus, 0) << result.describe();
+    partner.join();
+}
+
+TEST(PlatformCondition, SeesNoInterruption)
+{
+    KO_SKIP_WITHOUT_FAULT_INJECTION();
+    _sync condition = makeCondition();
+    _sync mutex = makeMutex();
+    ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
+    const Stopwatch watch;
+    const KoTest::FailingCall interrupted(KoTest::FAULT_FUTEX, EINTR, 10);
+    EXPECT_EQ(pthread_cond_timedwait(&condition, &mutex, deadlineIn(20)), ETIMEDOUT);
+    EXPECT_EQ(interrupted.failed(), 10U);
+    EXPECT_TRUE(watch.isWithin(20, 1000));
+}
+
+} // namespace
