@@ -138,6 +138,17 @@ TEST(KoMemory, AFailedResizeLeavesTheBlockUncountedButUsable)
 
 #if !defined(KO_TEST_SANITIZER) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
+// Not every compiler declares the sized forms by itself.
+void deleteSized(void* block, std::size_t size)
+{
+#if defined(__cpp_sized_deallocation)
+    ::operator delete[](block, size);
+#else
+    static_cast<void>(size);
+    ::operator delete[](block);
+#endif
+}
+
 struct alignas(256) SOverAligned
 {
     char bytes[512];
@@ -153,11 +164,11 @@ TEST(OperatorNew, EveryFormIsBookedAlignedAndGivenBack)
         void (*release)(void*);
     } forms[] = {
         {::operator new(24), [](void* p) { ::operator delete(p); }},
-        {::operator new[](24), [](void* p) { ::operator delete[](p, std::size_t{24}); }},
+        {::operator new[](24), [](void* p) { deleteSized(p, 24); }},
         {::operator new(24, std::nothrow), [](void* p) { ::operator delete(p, std::nothrow); }},
         {::operator new[](24, std::nothrow), [](void* p) { ::operator delete[](p, std::nothrow); }},
         {::operator new(24, wide), [](void* p) { ::operator delete (p, std::align_val_t{64}); }},
-        {::operator new[](24, wide), [](void* p) { ::operator delete[](p, 24, std::align_val_t{64}); }},
+        {::operator new[](24, wide), [](void* p) { ::operator delete[](p, std::align_val_t{64}); }},
         {::operator new(24, wide, std::nothrow),
          [](void* p) { ::operator delete (p, std::align_val_t{64}, std::nothrow); }},
         {::operator new[](24, wide, std::nothrow), [](void* p) { KoMemory::release(p); }},
@@ -179,6 +190,9 @@ TEST(OperatorNew, EveryFormIsBookedAlignedAndGivenBack)
     EXPECT_EQ(std::string(resized, 512), std::string(512, 'o'));
     EXPECT_EQ(books.balance(), counted(3000));
     KoMemory::release(resized);
+    SOverAligned* single = new SOverAligned();
+    EXPECT_TRUE(isAligned(single, 256));
+    delete single;
     EXPECT_EQ(books.balance(), 0U);
     EXPECT_EQ(::operator new(0), nullptr);
     EXPECT_EQ(::operator new(0, wide), nullptr);
