@@ -12,6 +12,9 @@ function(ko_install_library target)
     ${PROJECT_BINARY_DIR}/sys_vanta-config.cmake INSTALL_DESTINATION ${package_dir})
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/sys_vanta-config-version.cmake
     COMPATIBILITY SameMajorVersion)
+  # The package finds its prefix from where it lies, so that an installed tree can be moved.
+  file(RELATIVE_PATH KO_PC_PREFIX
+    /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/sys_vanta.pc.in
     ${PROJECT_BINARY_DIR}/sys_vanta.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/sys_vanta-config.cmake
