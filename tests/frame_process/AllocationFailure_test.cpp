@@ -22,6 +22,7 @@
 #include "pf/util/KoBacktrace.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FaultInjection.h"
+#include "tests/support/MemoryStream.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace
@@ -164,6 +165,16 @@ const Operation CHECKED[] = {
          const CKoBuffer shared(buffer);
          buffer.copyTo("text", 4, 10);
          const CKoRawMemoryBuffer raw(100);
+     }},
+    {"stream: a string and a buffer read back",
+     [](Trigger& trigger)
+     {
+         KoTest::MemoryStream stream;
+         CKoBuffer buffer(300);
+         CKoString text("text");
+         stream << text << buffer;
+         trigger.start();
+         stream >> text >> buffer;
      }},
     {"report: an assertion, whose information text is a string",
      [](Trigger& trigger)

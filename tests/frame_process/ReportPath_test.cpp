@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -8,7 +9,9 @@
 
 #include <gmock/gmock.h>
 
+#include "pf/containers/TKoVector.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FaultInjection.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace
@@ -200,6 +203,32 @@ TEST_F(ReportPath, missingDirectoryAndLoggerLeaveTheProcessGoing)
                 HasSubstr("Cannot open " + missing + "/" + backtraceName(result) + "\n"));
     EXPECT_THAT(result.standardError, testing::StartsWith("\nTKoVector:"));
     EXPECT_TRUE(result.log.empty()) << result.describe();
+}
+
+TEST_F(ReportPath, interruptionsAndShortWritesCutNothing)
+{
+    KO_SKIP_WITHOUT_FAULT_INJECTION();
+    const KoTest::ChildResult result = KoTest::ChildProcess::run(
+        [this]
+        {
+            setenv("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str(), 1);
+            const KoTest::FailingCall opening(KoTest::FAULT_OPEN, EINTR, 2);
+            const KoTest::FailingCall reading(KoTest::FAULT_READ, EINTR, 3);
+            const KoTest::FailingCall writing(KoTest::FAULT_WRITE, EINTR, 3, 1);
+            const KoTest::ShortTransfer shortReads(KoTest::FAULT_READ, 11);
+            const KoTest::ShortTransfer shortWrites(KoTest::FAULT_WRITE, 7);
+            TKoVector<int>().insert(1, 5);
+            return opening.failed() == 2 && reading.failed() == 3 && writing.failed() == 3 ? EXIT_SUCCESS
+                                                                                           : EXIT_FAILURE;
+        });
+
+    EXPECT_EQ(result.exitStatus, EXIT_SUCCESS) << result.describe();
+    EXPECT_EQ(result.log.size(), 2U);
+    std::istringstream stream(m_directory.read(backtraceName(result)));
+    const Record record = parseRecord(stream);
+    EXPECT_EQ(stream.peek(), std::istringstream::traits_type::eof());
+    EXPECT_THAT(record.information, HasSubstr("Index our of range"));
+    EXPECT_THAT(record.map, testing::Contains(HasSubstr("libsys_vanta.gpp.so.7")));
 }
 
 } // namespace

@@ -133,16 +133,22 @@ extern "C"
 {
     int open(const char* path, int flags, ...)
     {
-        mode_t mode = 0;
-        if ((flags & O_CREAT) != 0)
-        {
-            va_list arguments;
-            va_start(arguments, flags);
-            mode = va_arg(arguments, mode_t);
-            va_end(arguments);
-        }
+        va_list arguments;
+        va_start(arguments, flags);
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+        va_end(arguments);
         KO_REAL(open, "open64");
         return KoTest::failsNow(KoTest::FAULT_OPEN) ? -1 : real(path, flags, mode);
+    }
+
+    int openat(int directory, const char* path, int flags, ...)
+    {
+        va_list arguments;
+        va_start(arguments, flags);
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+        va_end(arguments);
+        KO_REAL(openat, "openat64");
+        return KoTest::failsNow(KoTest::FAULT_OPEN) ? -1 : real(directory, path, flags, mode);
     }
 
     ssize_t read(int descriptor, void* buffer, std::size_t size)

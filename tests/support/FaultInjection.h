@@ -50,7 +50,7 @@ public:
 /// The interposed calls other than allocation.
 enum FaultCall
 {
-    FAULT_OPEN,    ///< open
+    FAULT_OPEN,    ///< open, openat
     FAULT_READ,    ///< read, readv, pread
     FAULT_WRITE,   ///< write, writev, pwrite
     FAULT_SEND,    ///< send, sendto, sendmsg
