@@ -21,7 +21,7 @@ std::string ownExecutable()
 }
 
 /// What the freshly executed program of the next test says.
-TEST(KoStartupOptionsProbe, DISABLED_PrintsTheOptions)
+TEST(KoStartupOptionsProbe, PrintsTheOptions)
 {
     std::printf("<%d %u>\n", KoStartupOptions::isBreakEnabled() ? 1 : 0,
                 KoStartupOptions::getMemoryTraceLevel());
@@ -45,7 +45,7 @@ TEST(KoStartupOptions, ComeFromTheArgumentsOfTheProcess)
     {
         ChildProcess::Program program;
         program.path = ownExecutable();
-        program.arguments = {"--gtest_also_run_disabled_tests", "--gtest_filter=KoStartupOptionsProbe.*"};
+        program.arguments = {"--gtest_filter=KoStartupOptionsProbe.*"};
         program.arguments.insert(program.arguments.end(), wanted.arguments.begin(), wanted.arguments.end());
         const KoTest::ChildResult result = ChildProcess::execute(program);
         EXPECT_EQ(result.exitStatus, 0) << result.describe();
