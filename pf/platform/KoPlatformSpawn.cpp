@@ -1,5 +1,6 @@
 #include "pf/platform/KoPlatformProcess.h"
 #include "pf/platform/KoPlatformRetry.h"
+#include "pf/platform/KoThreadSanitizer.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -17,6 +18,9 @@ namespace
 
 constexpr std::size_t CHILD_STACK_SIZE = 65536U;
 constexpr int EXIT_NOT_STARTED = 127;
+
+// The thread sanitizer keeps books on every thread in memory, which a child must not share.
+constexpr int CLONE_FLAGS = KO_THREAD_SANITIZER ? SIGCHLD : CLONE_VM | CLONE_VFORK | SIGCHLD;
 
 struct Request
 {
@@ -87,7 +91,7 @@ int startChild(Request& request, const ChildStack& stack)
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &request.mask);
-    const int pid = clone(runChild, stack.top(), CLONE_VM | CLONE_VFORK | SIGCHLD, &request);
+    const int pid = clone(runChild, stack.top(), CLONE_FLAGS, &request);
     const int error = errno;
     pthread_sigmask(SIG_SETMASK, &request.mask, nullptr);
     errno = error;

@@ -5,20 +5,13 @@
 #include "pf/platform/KoPlatformThread.h"
 #include "pf/platform/KoPlatformTimeout.h"
 #include "pf/platform/KoSyncRecord.h"
+#include "pf/platform/KoThreadSanitizer.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <sched.h>
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KO_THREAD_SANITIZER 1
-#endif
-#elif defined(__SANITIZE_THREAD__)
-#define KO_THREAD_SANITIZER 1
-#endif
-
-#ifdef KO_THREAD_SANITIZER
+#if KO_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
 #endif
 
@@ -41,14 +34,14 @@ constexpr int LOG_SEVERITY_ERROR = 2;
 // What the kernel did to the owner word is invisible to the thread sanitizer.
 void annotateAcquired([[maybe_unused]] _sync& mutex)
 {
-#ifdef KO_THREAD_SANITIZER
+#if KO_THREAD_SANITIZER
     __tsan_acquire(&mutex.owner);
 #endif
 }
 
 void annotateReleasing([[maybe_unused]] _sync& mutex)
 {
-#ifdef KO_THREAD_SANITIZER
+#if KO_THREAD_SANITIZER
     __tsan_release(&mutex.owner);
 #endif
 }

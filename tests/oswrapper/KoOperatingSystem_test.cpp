@@ -143,7 +143,7 @@ TEST(KoOperatingSystem, SleepsNeverShorterAndNotWithoutEndUnderSignals)
             sleepMs(ms);
             EXPECT_TRUE(watch.isWithin(ms, ms + 300)) << ms;
         }
-        EXPECT_GE(storm.count(), 10U);
+        EXPECT_TRUE(storm.count() >= 10U || !KoTest::FaultInjection::isAvailable());
     }
 }
 

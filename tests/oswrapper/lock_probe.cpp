@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <thread>
 
+#include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,12 +12,28 @@
 #include "pf/oswrapper/KoMutexAccess.h"
 #include "pf/oswrapper/TKoAutoLock.h"
 
-/// Refuses every call, as a kernel does that does not know it. The library makes no others than futex calls
-/// this way.
-extern "C" long syscall(long /*number*/, ...) noexcept
+/// Refuses the futex calls, as a kernel does that does not know them, and passes the others on.
+extern "C" long syscall(long number, ...) noexcept
 {
-    errno = ENOSYS;
-    return -1;
+    bool isFutex = number == SYS_futex;
+#ifdef SYS_futex_time64
+    isFutex = isFutex || number == SYS_futex_time64;
+#endif
+    if (isFutex)
+    {
+        errno = ENOSYS;
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, number);
+    const long first = va_arg(arguments, long);
+    const long second = va_arg(arguments, long);
+    const long third = va_arg(arguments, long);
+    va_end(arguments);
+    long (*real)(long, ...) = nullptr;
+    void* const address = dlsym(RTLD_NEXT, "syscall");
+    __builtin_memcpy(&real, &address, sizeof(real));
+    return real(number, first, second, third);
 }
 
 namespace

@@ -1,13 +1,10 @@
 #pragma once
 
 #include <cerrno>
-#include <condition_variable>
-#include <functional>
-#include <mutex>
 #include <new>
-#include <string>
 #include <thread>
 
+#include <semaphore.h>
 #include <sys/mman.h>
 
 #include "pf/platform/KoPlatformClock.h"
@@ -76,39 +73,31 @@ class Holder
 public:
     explicit Holder(_sync& mutex)
         : m_mutex(mutex)
-        , m_thread([this] { run(); })
     {
-        std::unique_lock<std::mutex> guard(m_lock);
-        m_changed.wait(guard, [this] { return m_state != STARTING; });
+        sem_init(&m_locked, 0, 0);
+        sem_init(&m_end, 0, 0);
+        m_thread = std::thread([this] { run(); });
+        sem_wait(&m_locked);
     }
-    ~Holder() { release(); }
+    ~Holder()
+    {
+        release();
+        sem_destroy(&m_locked);
+        sem_destroy(&m_end);
+    }
     Holder(const Holder&) = delete;
     Holder& operator=(const Holder&) = delete;
 
-    void release() { end(RELEASE); }
-    void die() { end(DIE); }
+    void release() { end(true); }
+    void die() { end(false); }
 
 private:
-    enum State
-    {
-        STARTING,
-        HOLDING,
-        RELEASE,
-        DIE
-    };
-
-    void setState(State state)
-    {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        m_state = state;
-        m_changed.notify_all();
-    }
-
-    void end(State state)
+    void end(bool unlock)
     {
         if (m_thread.joinable())
         {
-            setState(state);
+            m_unlock = unlock;
+            sem_post(&m_end);
             m_thread.join();
         }
     }
@@ -116,19 +105,20 @@ private:
     void run()
     {
         EXPECT_EQ(KoPlatform::pthread_mutex_lock(&m_mutex), 0);
-        setState(HOLDING);
-        std::unique_lock<std::mutex> guard(m_lock);
-        m_changed.wait(guard, [this] { return m_state > HOLDING; });
-        if (m_state == RELEASE)
+        sem_post(&m_locked);
+        while (sem_wait(&m_end) != 0)
+        {
+        }
+        if (m_unlock)
         {
             EXPECT_EQ(KoPlatform::pthread_mutex_unlock(&m_mutex), 0);
         }
     }
 
     _sync& m_mutex;
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    State m_state = STARTING;
+    sem_t m_locked{};
+    sem_t m_end{};
+    bool m_unlock = false;
     std::thread m_thread;
 };
 
