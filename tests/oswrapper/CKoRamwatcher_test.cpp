@@ -16,100 +16,95 @@ namespace
 {
 
 using KoTest::ChildProcess;
-using KoTest::ChildResult;
-using KoTest::ScopedEnvironment;
 
-void expectInChild(const char* variable, const std::function<void()>& body)
+/// Runs a check in a process that was started with this value of the variable.
+void expectInChild(const char* variable, void (*check)())
 {
-    const ScopedEnvironment environment("ENABLE_RAMWATCH", variable);
-    const ChildResult result = ChildProcess::run(
-        [&body]
+    const KoTest::ScopedEnvironment environment("ENABLE_RAMWATCH", variable);
+    const KoTest::ChildResult result = ChildProcess::run(
+        [check]
         {
             CKoRamwatcher::evalIsEnabled();
-            body();
+            check();
             return testing::Test::HasFailure() ? ChildProcess::EXPECTATION_FAILED : 0;
         });
     EXPECT_EQ(result.exitStatus, 0) << result.describe();
 }
 
-TEST(CKoRamwatcher, IsOffWithoutTheVariableAndStillSafe)
+std::vector<CKoRamwatcher::sElement> dump(unsigned int capacity)
 {
-    expectInChild(nullptr,
-                  []
-                  {
-                      EXPECT_FALSE(CKoRamwatcher::isEnabled());
-                      EXPECT_NE(CKoRamwatcher::getElement(4), nullptr);
-                      CKoRamwatcher::sElement out[1];
-                      unsigned int count = 1;
-                      CKoRamwatcher::dumpWatches(out, count);
-                      EXPECT_EQ(count, 0U);
-                      CKoRamwatcher::releaseElements();
-                  });
+    std::vector<CKoRamwatcher::sElement> records(capacity);
+    CKoRamwatcher::dumpWatches(records.data(), capacity);
+    records.resize(capacity);
+    return records;
 }
 
-TEST(CKoRamwatcher, KeepsOneRecordPerElementSizeAndThread)
+unsigned int ownThread()
 {
-    expectInChild("",
-                  []
-                  {
-                      CKoRamwatcher::sElement* first = CKoRamwatcher::getElement(8);
-                      KoAtomic::add(first->elementCount, 5);
-                      KoAtomic::add(first->capacityCount, 7);
-                      EXPECT_EQ(CKoRamwatcher::getElement(8), first);
-                      EXPECT_NE(CKoRamwatcher::getElement(12), first);
-                      int otherThread = 0;
-                      std::thread(
-                          [&otherThread, first]
-                          {
-                              otherThread = KoOperatingSystem::getCurrentTID();
-                              EXPECT_NE(CKoRamwatcher::getElement(8), first);
-                          })
-                          .join();
-
-                      CKoRamwatcher::sElement out[4] = {};
-                      unsigned int count = 4;
-                      CKoRamwatcher::dumpWatches(out, count);
-                      ASSERT_EQ(count, 3U);
-                      const unsigned int self = static_cast<unsigned int>(KoOperatingSystem::getCurrentTID());
-                      EXPECT_EQ(out[0].instanceCount, self * 100000 + 2);
-                      EXPECT_EQ(out[0].elementCount, 5U);
-                      EXPECT_EQ(out[0].capacityCount, 7U);
-                      EXPECT_EQ(out[0].elementSize, 8U);
-                      EXPECT_EQ(out[2].instanceCount, static_cast<unsigned int>(otherThread) * 100000 + 1);
-                      EXPECT_EQ(out[2].elementSize, 8U);
-                      count = 2;
-                      CKoRamwatcher::dumpWatches(out, count);
-                      EXPECT_EQ(count, 2U);
-
-                      const KoTest::AssertionCounter assertions(1);
-                      count = 9;
-                      CKoRamwatcher::dumpWatches(nullptr, count);
-                      EXPECT_EQ(count, 9U);
-                  });
+    return static_cast<unsigned int>(KoOperatingSystem::getCurrentTID());
 }
 
-TEST(CKoRamwatcher, SharesOneRecordBeyond512Pairs)
+void checkOff()
 {
-    expectInChild("yes",
-                  []
-                  {
-                      CKoRamwatcher::sElement* known = CKoRamwatcher::getElement(1);
-                      for (unsigned int size = 2; size <= 512; ++size)
-                      {
-                          CKoRamwatcher::getElement(size);
-                      }
-                      CKoRamwatcher::sElement* overflow = CKoRamwatcher::getElement(6000);
-                      EXPECT_EQ(CKoRamwatcher::getElement(6001), overflow);
-                      EXPECT_EQ(overflow->instanceCount, 0U);
-                      EXPECT_EQ(CKoRamwatcher::getElement(1), known);
+    EXPECT_FALSE(CKoRamwatcher::isEnabled());
+    EXPECT_NE(CKoRamwatcher::getElement(4), nullptr);
+    EXPECT_TRUE(dump(1).empty());
+    CKoRamwatcher::releaseElements();
+}
 
-                      std::vector<CKoRamwatcher::sElement> out(600);
-                      unsigned int count = 600;
-                      CKoRamwatcher::dumpWatches(out.data(), count);
-                      EXPECT_EQ(count, 512U);
-                      CKoRamwatcher::releaseElements();
-                      EXPECT_EQ(CKoRamwatcher::getElement(1), overflow);
-                  });
+void checkRecords()
+{
+    CKoRamwatcher::sElement* first = CKoRamwatcher::getElement(8);
+    KoAtomic::add(first->elementCount, 5);
+    KoAtomic::add(first->capacityCount, 7);
+    EXPECT_EQ(CKoRamwatcher::getElement(8), first);
+    EXPECT_NE(CKoRamwatcher::getElement(12), first);
+    unsigned int otherThread = 0;
+    std::thread other(
+        [&otherThread, first]
+        {
+            otherThread = ownThread();
+            EXPECT_NE(CKoRamwatcher::getElement(8), first);
+        });
+    other.join();
+
+    const std::vector<CKoRamwatcher::sElement> out = dump(4);
+    ASSERT_EQ(out.size(), 3U);
+    EXPECT_EQ(out[0].instanceCount, ownThread() * 100000 + 2);
+    EXPECT_EQ(out[0].elementCount, 5U);
+    EXPECT_EQ(out[0].capacityCount, 7U);
+    EXPECT_EQ(out[0].elementSize, 8U);
+    EXPECT_EQ(out[2].instanceCount, otherThread * 100000 + 1);
+    EXPECT_EQ(out[2].elementSize, 8U);
+    EXPECT_EQ(dump(2).size(), 2U);
+
+    const KoTest::AssertionCounter assertions(1);
+    unsigned int count = 9;
+    CKoRamwatcher::dumpWatches(nullptr, count);
+    EXPECT_EQ(count, 9U);
+}
+
+void checkOverflow()
+{
+    CKoRamwatcher::sElement* known = CKoRamwatcher::getElement(1);
+    for (unsigned int size = 2; size <= 512; ++size)
+    {
+        CKoRamwatcher::getElement(size);
+    }
+    CKoRamwatcher::sElement* overflow = CKoRamwatcher::getElement(6000);
+    EXPECT_EQ(CKoRamwatcher::getElement(6001), overflow);
+    EXPECT_EQ(overflow->instanceCount, 0U);
+    EXPECT_EQ(CKoRamwatcher::getElement(1), known);
+    EXPECT_EQ(dump(600).size(), 512U);
+    CKoRamwatcher::releaseElements();
+    EXPECT_EQ(CKoRamwatcher::getElement(1), overflow);
+}
+
+TEST(CKoRamwatcher, KeepsOneRecordPerElementSizeAndThreadUpTo512)
+{
+    expectInChild(nullptr, checkOff);
+    expectInChild("", checkRecords);
+    expectInChild("yes", checkOverflow);
 }
 
 } // namespace

@@ -26,7 +26,6 @@ using KoTest::ChildProcess;
 using KoTest::ChildResult;
 using KoTest::FailingAllocation;
 using KoTest::ScopedEnvironment;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 bool isTraced()
@@ -200,14 +199,10 @@ TEST(OperatorNew, EveryFormIsBookedAlignedAndGivenBack)
 
 TEST(OperatorNew, ASizeBeyondTheInterfaceIsAFailureAndNotACutSize)
 {
-    std::vector<std::size_t> sizes = {SIZE_MAX, SIZE_MAX - 15};
-    if (sizeof(std::size_t) > sizeof(unsigned int))
+    const bool isWide = sizeof(std::size_t) > sizeof(unsigned int);
+    for (const std::size_t size :
+         {SIZE_MAX, isWide ? static_cast<std::size_t>(UINT_MAX) + 17 : SIZE_MAX - 15})
     {
-        sizes.push_back(static_cast<std::size_t>(UINT_MAX) + 17);
-    }
-    for (const std::size_t size : sizes)
-    {
-        errno = 0;
         EXPECT_EQ(::operator new(size, std::nothrow), nullptr);
         EXPECT_EQ(errno, ENOMEM);
         EXPECT_EQ(::operator new[](size, std::align_val_t{64}, std::nothrow), nullptr);
@@ -219,30 +214,23 @@ TEST(OperatorNew, ASizeBeyondTheInterfaceIsAFailureAndNotACutSize)
 
 struct FailingCase
 {
-    const char* name;
     std::function<void*()> request;
     std::string text;
-    bool mustInject;
+    bool mustInject = true;
 };
 
 std::vector<FailingCase> failingCases()
 {
     static void* block = KoMemory::alloc(16);
     static volatile std::size_t huge = SIZE_MAX - 7;
-    const bool isBeyond = huge > UINT_MAX || isTraced();
-    std::vector<FailingCase> cases = {
-        {"allocChecked", [] { return KoMemory::allocChecked(4096); },
-         "failed to allocate 4096 bytes (err: 12)", true},
-        {"reallocChecked", [] { return KoMemory::reallocChecked(block, 77); },
-         "failed to reallocate 77 bytes (err: 12)", true},
-        {"reallocChecked null", [] { return reallocateCheckedMemory(nullptr, 5); },
-         "failed to reallocate 5 bytes (err: 12)", true},
-        {"new", [] { return ::operator new(33); }, "failed to allocate 33 bytes (err: 12)", true},
-        {"new aligned", [] { return ::operator new (34, std::align_val_t{128}); },
-         "failed to allocate 34 bytes (err: 12)", true},
-        {"new beyond", [] { return ::operator new(huge); },
-         "failed to allocate " + std::to_string(huge) + " bytes (err: 12)", !isBeyond}};
-    return cases;
+    const bool mustInjectHuge = huge <= UINT_MAX && !isTraced();
+    return {
+        {[] { return KoMemory::allocChecked(4096); }, "failed to allocate 4096 bytes (err: 12)"},
+        {[] { return KoMemory::reallocChecked(block, 77); }, "failed to reallocate 77 bytes (err: 12)"},
+        {[] { return ::operator new(33); }, "failed to allocate 33 bytes (err: 12)"},
+        {[] { return ::operator new[](34, std::align_val_t{128}); }, "failed to allocate 34 bytes (err: 12)"},
+        {[] { return ::operator new(huge); },
+         "failed to allocate " + std::to_string(huge) + " bytes (err: 12)", mustInjectHuge}};
 }
 
 /// Ends the process with the number of allocations since the failure.
@@ -277,9 +265,9 @@ TEST(KoMemory, AFailedCheckedRequestLeavesABacktraceAndEndsTheProcess)
         {
             const ScopedEnvironment abortVariable("KO_ENABLE_ABORT_ON_FAILED_MEMORY_ALLOCATION", abortSwitch);
             const ChildResult result = runFailing(wanted, false);
-            EXPECT_EQ(result.exitStatus, abortSwitch == nullptr ? 1 : -1) << wanted.name << result.describe();
+            EXPECT_EQ(result.exitStatus, abortSwitch == nullptr ? 1 : -1) << wanted.text << result.describe();
             EXPECT_EQ(result.signal, abortSwitch == nullptr ? 0 : SIGABRT);
-            ASSERT_EQ(result.log.size(), abortSwitch == nullptr ? 2U : 1U) << wanted.name;
+            ASSERT_EQ(result.log.size(), abortSwitch == nullptr ? 2U : 1U) << wanted.text;
             EXPECT_EQ(result.logTexts()[0], wanted.text);
             EXPECT_EQ(result.log[0].severity, 1);
             const std::string record = directory.read("PID" + std::to_string(result.pid) + ".ass");
@@ -288,7 +276,7 @@ TEST(KoMemory, AFailedCheckedRequestLeavesABacktraceAndEndsTheProcess)
             EXPECT_THAT(record, HasSubstr("sys_vanta"));
         }
         EXPECT_EQ(runFailing(wanted, true).exitStatus, wanted.mustInject ? 101 : 100)
-            << wanted.name << ": nothing but the request itself allocates on the way to the error handler";
+            << wanted.text << ": nothing but the request itself allocates on the way to the error handler";
     }
 }
 
