@@ -116,20 +116,4 @@ std::vector<std::string> AssertionReports::summaries() const
     return result;
 }
 
-std::string AssertionReports::standardError() const
-{
-    std::fflush(stderr);
-    return m_output.read(STANDARD_ERROR_FILE);
-}
-
-std::string AssertionReports::backtraces() const
-{
-    std::string result;
-    for (const std::string& name : m_backtraces.names())
-    {
-        result += m_backtraces.read(name);
-    }
-    return result;
-}
-
 } // namespace KoTest

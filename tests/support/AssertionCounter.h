@@ -52,11 +52,6 @@ public:
     std::vector<ReportedAssertion> assertions() const;
     /// "file: message" of each report, for comparisons that do not care about line numbers.
     std::vector<std::string> summaries() const;
-    const LogCapture& log() const { return m_log; }
-    std::string standardError() const;
-    /// All backtrace files' bytes, in the order of their names.
-    std::string backtraces() const;
-    const TemporaryDirectory& backtraceDirectory() const { return m_backtraces; }
     /// Forgets the lines, not the files.
     void clear() { m_log.clear(); }
 

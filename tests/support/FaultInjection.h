@@ -50,16 +50,11 @@ public:
 /// The interposed calls other than allocation.
 enum FaultCall
 {
-    FAULT_OPEN,    ///< open, openat
-    FAULT_READ,    ///< read, readv, pread
-    FAULT_WRITE,   ///< write, writev, pwrite
-    FAULT_SEND,    ///< send, sendto, sendmsg
-    FAULT_RECEIVE, ///< recv, recvfrom, recvmsg
-    FAULT_POLL,    ///< poll, ppoll
-    FAULT_WAITPID, ///< waitpid
-    FAULT_SLEEP,   ///< nanosleep, clock_nanosleep
-    FAULT_FUTEX,   ///< the futex calls, which go through syscall()
-    FAULT_MAP,     ///< mmap
+    FAULT_OPEN, ///< open, openat
+    FAULT_READ,
+    FAULT_WRITE,
+    FAULT_FUTEX, ///< the futex calls, which go through syscall()
+    FAULT_MAP,   ///< mmap
     FAULT_CALL_COUNT
 };
 
@@ -79,7 +74,7 @@ private:
     FaultCall m_call;
 };
 
-/// Lets transfers (READ, WRITE, SEND, RECEIVE in their plain forms) move at most this many bytes per call.
+/// Lets reads or writes move at most this many bytes per call.
 class ShortTransfer
 {
 public:

@@ -25,7 +25,7 @@ std::string pidPrefix();
 
 /// Receives this process's log lines instead of the logger while it lives. Captures nest: the innermost one
 /// receives. Any thread may log meanwhile. Receiving a line allocates nothing and keeps errno; lines beyond
-/// the capacity are counted and dropped.
+/// the capacity fail the test.
 class LogCapture
 {
 public:
@@ -42,10 +42,7 @@ public:
     std::vector<std::string> texts() const;
     /// The texts of one severity, without the prefix.
     std::vector<std::string> texts(int severity) const;
-    /// How many texts contain this.
-    std::size_t countContaining(const std::string& part) const;
     std::size_t size() const;
-    std::size_t dropped() const;
     void clear();
 
 private:
