@@ -165,13 +165,4 @@ TEST_F(KoPlatformLogTest, ServesThreadsThatFindItsConnectionBrokenAtOnce)
     }
 }
 
-TEST_F(KoPlatformLogTest, HandsLinesToTheSinkAndPassesOnItsAnswer)
-{
-    const KoPlatform::LogSink sink = [](int opcode, int, const char* line)
-    { return opcode + static_cast<int>(std::strlen(line)); };
-    EXPECT_EQ(KoPlatform::setLogSink(sink), nullptr);
-    EXPECT_EQ(KoPlatform::slogf(10, 1, "%d", 12345), 15);
-    EXPECT_EQ(KoPlatform::setLogSink(nullptr), sink);
-}
-
 } // namespace

@@ -140,6 +140,12 @@ TEST_F(KoBacktraceTest, BothEntriesAppendRecordsOfTheSameFormToTheSameFile)
         EXPECT_GT(record.addresses.size(), 3U);
         EXPECT_THAT(record.map, testing::Contains(HasSubstr("libsys_vanta.gpp.so")));
     }
+    const std::string appended = m_directory.read(defaultName());
+    dumpNoAlloc("third", false);
+    const std::string overwritten = m_directory.read(defaultName());
+    EXPECT_EQ(overwritten.substr(0, 29), "\n[QNX backtrace] INFO - third");
+    EXPECT_EQ(overwritten.substr(appended.size() / 2), appended.substr(appended.size() / 2))
+        << "nothing is cut";
 }
 
 /// Calls itself down to a depth, then dumps. Notes the address its caller goes on at.
@@ -236,36 +242,17 @@ TEST_F(KoBacktraceTest, TheInformationFunctionNamesFileAndHeaderAndMayAssert)
     EXPECT_EQ(parse(m_directory.read(name + ".txt"))[0].header, "TID: 1 PID: " + std::to_string(result.pid));
 }
 
-TEST_F(KoBacktraceTest, WithoutAppendingWritesFromTheBeginningAndCutsNothing)
-{
-    const std::string old(100000, 'o');
-    m_directory.write(defaultName(), old);
-    dumpNoAlloc("begin", false);
-    const std::string file = m_directory.read(defaultName());
-    EXPECT_EQ(file.size(), old.size());
-    EXPECT_EQ(file.substr(0, 29), "\n[QNX backtrace] INFO - begin");
-    EXPECT_EQ(file.back(), 'o');
-}
-
 TEST_F(KoBacktraceTest, AFileThatCannotBeOpenedIsNamedOnStandardOutput)
 {
-    const std::string tooLong = m_directory.path() + "/" + std::string(1100, 'd');
     const std::string link = m_directory.file(defaultName());
     ASSERT_EQ(::symlink(m_directory.file("target").c_str(), link.c_str()), 0);
     m_directory.write("target", "");
-    const struct
-    {
-        std::string directory;
-        std::string named;
-    } cases[] = {{m_directory.file("missing"), m_directory.file("missing") + "/" + defaultName()},
-                 {m_directory.path(), link},
-                 {tooLong, tooLong.substr(0, 1023)}};
-    for (const auto& wanted : cases)
-    {
-        testing::internal::CaptureStdout();
-        KoBacktrace::doBacktraceNoAlloc("x", wanted.directory.c_str(), "txt", true);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Cannot open " + wanted.named + "\n");
-    }
+    const std::string tooLong = m_directory.path() + "/" + std::string(1100, 'd');
+    testing::internal::CaptureStdout();
+    dumpNoAlloc("x");
+    KoBacktrace::doBacktraceNoAlloc("x", tooLong.c_str(), "txt", true);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Cannot open " + link + "\nCannot open " + tooLong.substr(0, 1023) + "\n");
     EXPECT_EQ(m_directory.read("target"), "");
 }
 
@@ -281,17 +268,16 @@ TEST_F(KoBacktraceTest, TheNoAllocationEntryReportsEachMissingText)
 
 TEST_F(KoBacktraceTest, RecordsOfThreadsNeverInterleave)
 {
-    constexpr std::size_t THREADS = 4;
-    constexpr std::size_t DUMPS = 8;
     std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < THREADS; ++t)
+    for (int t = 0; t < 4; ++t)
     {
         threads.emplace_back(
-            [this, t]
+            [this]
             {
-                for (std::size_t i = 0; i < DUMPS; ++i)
+                for (int i = 0; i < 4; ++i)
                 {
-                    i % 2 == 0 ? dump(std::to_string(t).c_str()) : dumpNoAlloc(std::to_string(t).c_str());
+                    dump("a");
+                    dumpNoAlloc("b");
                 }
             });
     }
@@ -299,12 +285,7 @@ TEST_F(KoBacktraceTest, RecordsOfThreadsNeverInterleave)
     {
         thread.join();
     }
-    std::vector<std::size_t> counts(THREADS);
-    for (const Record& record : parse(m_directory.read(defaultName())))
-    {
-        ++counts[std::stoul(record.information)];
-    }
-    EXPECT_THAT(counts, testing::Each(DUMPS));
+    EXPECT_EQ(parse(m_directory.read(defaultName())).size(), 32U);
 }
 
 std::promise<void> sIsInside;
