@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr int MIN_CAPACITY = 4;
+constexpr int MAX_BITS = 31; ///< of a positive int
 
 template <class Block>
 const char* slotAt(const Block* block, int index, int elemSize)
@@ -35,6 +36,13 @@ bool fitsIntoBlock(int capacity, int elemSize)
     constexpr unsigned int MAX_SLOT_BYTES = UINT_MAX - sizeof(Block);
     return elemSize > 0 && (capacity < 1 || static_cast<unsigned int>(capacity) <=
                                                 MAX_SLOT_BYTES / static_cast<unsigned int>(elemSize));
+}
+
+template <class Block>
+unsigned int blockSize(int capacity, int elemSize)
+{
+    return static_cast<unsigned int>(sizeof(Block)) +
+           static_cast<unsigned int>(capacity) * static_cast<unsigned int>(elemSize);
 }
 
 void reportReserve(unsigned int line)
@@ -90,10 +98,11 @@ CKoVectorBase::CKoVectorBase(const SVectorData* other, int elemSize)
 
 int CKoVectorBase::calculateActualCapacity(int requested, int)
 {
-    int capacity = MIN_CAPACITY;
-    while (capacity < requested)
-        capacity = capacity > INT_MAX / 2 ? INT_MAX : capacity * 2;
-    return capacity;
+    if (requested <= MIN_CAPACITY)
+        return MIN_CAPACITY;
+    // As many doublings as requested - 1 has bits lead to the first power of two that is enough.
+    const int bits = __builtin_clz(1U) + 1 - __builtin_clz(static_cast<unsigned int>(requested) - 1U);
+    return bits < MAX_BITS ? 1 << bits : INT_MAX;
 }
 
 CKoVectorBase::SVectorData* CKoVectorBase::internal_reserve(int requested, int elemSize, bool exact,
@@ -127,9 +136,12 @@ bool CKoVectorBase::internal_makeRoom(int more, int elemSize, RelocateFunction r
         reportReserve(__LINE__);
         return false;
     }
-    // A relocating reserve leaves nothing to release: the capacity it gives is above 0.
-    internal_reserve(oldSize + more, elemSize, false, relocate);
-    return capacity() >= oldSize + more;
+    const int requested = oldSize + more;
+    if (relocate == nullptr && m_data != nullptr)
+        growBitwise(requested, elemSize);
+    else // leaves nothing to release: the capacity it gives is above 0, and relocating ends the old block
+        internal_reserve(requested, elemSize, false, relocate);
+    return capacity() >= requested;
 }
 
 void CKoVectorBase::internal_insert(int pos, int count, const void* src, int elemSize, AssignFunction assign,
@@ -335,6 +347,23 @@ int CKoVectorBase::exactCapacity(int requested) const
     return std::max({requested, minimum, m_data->size});
 }
 
+/// Grows the block where it stands when the heap allows it.
+void CKoVectorBase::growBitwise(int requested, int elemSize)
+{
+    const int oldCapacity = m_data->capacity;
+    if (requested <= oldCapacity)
+        return;
+    const int newCapacity = grownCapacity(requested, elemSize);
+    if (!fitsIntoBlock<SVectorData>(newCapacity, elemSize))
+        return reportReserve(__LINE__);
+
+    void* const block = KoMemory::reallocChecked(m_data, blockSize<SVectorData>(newCapacity, elemSize));
+    m_data = static_cast<SVectorData*>(block);
+    m_data->capacity = newCapacity;
+    if (m_data->ramWatch != nullptr)
+        bookChange(m_data->ramWatch->capacityCount, newCapacity - oldCapacity);
+}
+
 /// Puts a block with raw slots in the place of the old one, or none for a capacity below 1. The record moves
 /// to the new block, so that the old one, which the caller still holds, is booked out already.
 void CKoVectorBase::replaceBlock(int newCapacity, int elemSize)
@@ -360,8 +389,7 @@ void CKoVectorBase::replaceBlock(int newCapacity, int elemSize)
         m_data = nullptr;
         return;
     }
-    const auto slotBytes = static_cast<unsigned int>(newCapacity) * static_cast<unsigned int>(elemSize);
-    void* const block = KoMemory::allocChecked(static_cast<unsigned int>(sizeof(SVectorData)) + slotBytes);
+    void* const block = KoMemory::allocChecked(blockSize<SVectorData>(newCapacity, elemSize));
     m_data = ::new (block) SVectorData{old != nullptr ? old->size : 0, newCapacity, record,
                                        old != nullptr ? old->capacityFunction : nullptr};
 }

@@ -65,8 +65,8 @@ protected:
     /// \return the old block when its elements are still to be destroyed and it is to be released.
     SVectorData* internal_reserve(int requested, int elemSize, bool exact, RelocateFunction relocateOrCopy);
 
-    /// Makes room for `more` further elements, moving those that are there by `relocate`.
-    /// \return false, reported, when there cannot be so many.
+    /// Makes room for `more` further elements, moving those that are there by `relocate`, or, when it is
+    /// null, with the block as their bytes. \return false, reported, when there cannot be so many.
     bool internal_makeRoom(int more, int elemSize, RelocateFunction relocate);
 
     /// Inserts `count` elements from `src`, which may be elements of this vector, before `pos`.
@@ -116,6 +116,7 @@ private:
     bool isWithin(const void* address, int elemSize) const;
     int grownCapacity(int requested, int elemSize) const;
     int exactCapacity(int requested) const;
+    void growBitwise(int requested, int elemSize);
     void replaceBlock(int newCapacity, int elemSize);
     void insertInPlace(const SInsertion& insertion);
     void insertIntoNewBlock(const SInsertion& insertion, SVectorData* old);

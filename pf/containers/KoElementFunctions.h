@@ -44,6 +44,8 @@ struct TKoElementFunctions
 
     static void assign(void* dst, const void* src, int n)
     {
+        if (n <= 0)
+            return;
         if constexpr (std::is_trivially_copyable_v<T>)
             std::memmove(dst, src, byteCount(n));
         else if (std::less<const void*>()(dst, src))

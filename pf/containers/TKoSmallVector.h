@@ -65,12 +65,14 @@ public:
     /// Appends a copy of `value`, which may be an element of this vector.
     void push_back(const T& value)
     {
-        if (size() == capacity())
-            return growAndPushBack(value);
-        ::new (static_cast<void*>(slots(m_data) + m_data->size)) T(value);
-        ++m_data->size;
-        if (m_data->ramWatch != nullptr)
-            internal_bookElements(m_data, 1);
+        SVectorData* const block = m_data;
+        if (__builtin_expect(block == nullptr || block->ramWatch != nullptr || block->size == block->capacity,
+                             0))
+            return pushBackSlowly(value);
+        // The size first: the next append waits for it and not for the element.
+        const auto index = static_cast<unsigned int>(block->size);
+        block->size = static_cast<int>(index + 1);
+        ::new (static_cast<void*>(slots(block) + index)) T(value);
     }
 
     /// Removes the last element. \return false when there is none.
@@ -112,7 +114,7 @@ public:
         if (newSize <= capacity())
             return resizeInPlace(newSize, value);
         const T copy(value);
-        if (internal_makeRoom(newSize - size(), ELEMENT_SIZE, &Functions::relocate))
+        if (internal_makeRoom(newSize - size(), ELEMENT_SIZE, RELOCATE))
             resizeInPlace(newSize, copy);
     }
     void resize(int newSize) { resize(newSize, T()); }
@@ -150,13 +152,21 @@ public:
     friend bool operator!=(const TKoSmallVector& a, const TKoSmallVector& b) { return !(a == b); }
 
 private:
+    /// How elements move to a larger block: with the block where their bytes are all there is to them.
+    static constexpr RelocateFunction RELOCATE = TKoIsRelocatable<T>::value ? nullptr : &Functions::relocate;
+
     static T* slots(SVectorData* block) { return static_cast<T*>(static_cast<void*>(block + 1)); }
 
+    /// How a value goes to the slow path: one that fits into registers by value, so that the caller's
+    /// variable need not have an address.
+    using Argument =
+        std::conditional_t<std::is_trivially_copyable_v<T> && sizeof(T) <= sizeof(void*), T, const T&>;
+
     /// A copy made first survives the end of the block that `value` may lie in.
-    void growAndPushBack(const T& value)
+    __attribute__((noinline)) void pushBackSlowly(Argument value)
     {
         const T copy(value);
-        if (internal_makeRoom(1, ELEMENT_SIZE, &Functions::relocate))
+        if (internal_makeRoom(1, ELEMENT_SIZE, RELOCATE))
             internal_push_back(ELEMENT_SIZE, std::addressof(copy), &Functions::copyConstruct,
                                &Functions::destroy);
     }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "pf/containers/KoAlgorithm.h"
-#include "pf/containers/TKoBefore.h"
+#include "pf/containers/KoSortedSearch.h"
 #include "pf/containers/TKoVector.h"
 
 /// A TKoVector kept in the order of `Cmp`: no element is before its predecessor. `Cmp()(a, b)` tells whether
@@ -21,7 +20,7 @@ public:
     }
 
     /// \return the index, 0 to size, of the first element that is not before `value`.
-    int lower_bound(const T& value) const { return lowerBoundOf(value); }
+    int lower_bound(const T& value) const { return search(value).index; }
 
     /// \return the index of the first element equivalent to `value`, -1 when there is none.
     int find(const T& value) const { return findKey(value); }
@@ -31,34 +30,26 @@ public:
     /// allowed.
     bool insert(const T& value)
     {
-        const int position = lowerBoundOf(value);
-        if (!m_allowDuplicates && isEquivalent(position, value))
+        const KoPrivate::SSortedPosition position = search(value);
+        if (position.isFound && !m_allowDuplicates)
             return false;
-        TKoVector<T>::insert(position, value);
+        TKoVector<T>::insert(position.index, value);
         return true;
     }
 
 protected:
     template <class Key>
-    int lowerBoundOf(const Key& key) const
-    {
-        return KoAlgorithm::lowerBound(this->data(), this->count(), key, Cmp());
-    }
-
-    template <class Key>
     int findKey(const Key& key) const
     {
-        const int position = lowerBoundOf(key);
-        return isEquivalent(position, key) ? position : -1;
+        const KoPrivate::SSortedPosition position = search(key);
+        return position.isFound ? position.index : -1;
     }
 
 private:
-    /// For a lower bound: the element there is not before `key`, so it is equivalent unless `key` is before
-    /// it.
     template <class Key>
-    bool isEquivalent(int position, const Key& key) const
+    KoPrivate::SSortedPosition search(const Key& key) const
     {
-        return position < this->count() && !Cmp()(key, this->data()[position]);
+        return KoPrivate::search(this->data(), this->count(), key, Cmp());
     }
 
     bool m_allowDuplicates;

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "pf/containers/TKoIsRelocatable.h"
+
+namespace KoTest
+{
+
+/// An element that counts the living and notices misuse of its memory: use without construction, double
+/// destruction, and, unless it is relocatable, a bitwise move, because it then knows its own address.
+template <bool RELOCATABLE>
+class LifetimeElement
+{
+public:
+    static inline int alive = 0;
+    static inline int faults = 0;
+
+    explicit LifetimeElement(int value)
+        : m_value(value)
+    {
+        begin();
+    }
+    LifetimeElement(const LifetimeElement& other)
+        : m_value(other.value())
+    {
+        begin();
+    }
+    ~LifetimeElement()
+    {
+        check();
+        --alive;
+        m_magic = nullptr;
+    }
+
+    LifetimeElement& operator=(const LifetimeElement& other)
+    {
+        check();
+        m_value = other.value();
+        return *this;
+    }
+
+    int value() const
+    {
+        check();
+        return m_value;
+    }
+
+    friend bool operator==(const LifetimeElement& a, const LifetimeElement& b)
+    {
+        return a.value() == b.value();
+    }
+
+private:
+    const void* magic() const { return RELOCATABLE ? static_cast<const void*>(&alive) : this; }
+    void begin()
+    {
+        ++alive;
+        m_magic = magic();
+    }
+    void check() const { faults += m_magic != magic() ? 1 : 0; }
+
+    const void* m_magic;
+    int m_value;
+};
+
+} // namespace KoTest
+
+template <>
+struct TKoIsRelocatable<KoTest::LifetimeElement<true>> : std::true_type
+{
+};

@@ -1,0 +1,354 @@
+#include "pf/containers/TKoSmallVector.h"
+
+#include <algorithm>
+#include <climits>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "pf/base/CKoString.h"
+#include "tests/containers/LifetimeElement.h"
+#include "tests/support/AssertionCounter.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FaultInjection.h"
+
+namespace
+{
+
+using KoTest::LifetimeElement;
+
+template <class T>
+T make(int value)
+{
+    if constexpr (std::is_same_v<T, CKoString>)
+        return CKoString(std::to_string(value).c_str());
+    else
+        return T(value);
+}
+
+template <class T>
+int aliveCount()
+{
+    if constexpr (std::is_same_v<T, LifetimeElement<true>> || std::is_same_v<T, LifetimeElement<false>>)
+        return T::alive + 1000000 * T::faults;
+    else
+        return 0;
+}
+
+/// A vector and the standard vector that it has to agree with after every step.
+template <class T>
+struct Script
+{
+    std::mt19937 random;
+    TKoSmallVector<T> vector;
+    std::vector<T> model;
+
+    explicit Script(unsigned int seed)
+        : random(seed)
+    {
+    }
+
+    int pick(int first, int last) { return std::uniform_int_distribution<int>(first, last)(random); }
+    int size() const { return static_cast<int>(model.size()); }
+
+    void insert()
+    {
+        const int index = pick(0, size());
+        if (size() > 0 && pick(0, 1) == 0)
+        {
+            const int first = pick(0, size() - 1);
+            const int count = pick(1, size() - first);
+            const std::vector<T> values(model.begin() + first, model.begin() + first + count);
+            vector.insert(index, count, vector.begin() + first);
+            model.insert(model.begin() + index, values.begin(), values.end());
+            return;
+        }
+        const T values[] = {make<T>(pick(0, 99)), make<T>(pick(0, 99)), make<T>(pick(0, 99))};
+        const int count = pick(0, 3);
+        vector.insert(index, count, values);
+        model.insert(model.begin() + index, values, values + count);
+    }
+
+    void erase()
+    {
+        if (size() == 0)
+            return;
+        const int first = pick(0, size() - 1);
+        const int last = pick(first, std::min(size() - 1, first + size() / 8));
+        vector.erase(first, last);
+        model.erase(model.begin() + first, model.begin() + last + 1);
+    }
+
+    void append()
+    {
+        const int own = size() > 0 && pick(0, 1) == 0 ? pick(0, size() - 1) : -1;
+        const T value = own >= 0 ? model[static_cast<std::size_t>(own)] : make<T>(pick(0, 99));
+        vector.push_back(own >= 0 ? *vector.get(own) : value);
+        model.push_back(value);
+    }
+
+    void resize()
+    {
+        const int newSize = pick(std::max(0, size() - 4), size() + 5);
+        const T value = size() > 0 ? model.front() : make<T>(7);
+        vector.resize(newSize, size() > 0 ? *vector.begin() : value);
+        model.resize(static_cast<std::size_t>(newSize), value);
+    }
+
+    void replace()
+    {
+        if (size() < 2)
+            return;
+        const int from = pick(0, size() - 1);
+        const int to = pick(0, size() - 1);
+        const int count = pick(1, size() - std::max(from, to));
+        const std::vector<T> values(model.begin() + from, model.begin() + from + count);
+        vector.replace(to, count, vector.begin() + from);
+        std::copy(values.begin(), values.end(), model.begin() + to);
+    }
+
+    void reserve() { vector.reserve(pick(0, 400)); }
+    void reserveExactly() { vector.reserveExactly(pick(0, 40)); }
+
+    void copy()
+    {
+        TKoSmallVector<T> other(vector);
+        other.push_back(make<T>(1));
+        other.pop_back();
+        EXPECT_TRUE(other == vector);
+        EXPECT_TRUE(size() == 0 || other.pop_back());
+        EXPECT_EQ(size() > 0, other != vector);
+        other = vector;
+        vector = pick(0, 1) == 0 ? other : std::move(other);
+    }
+
+    void step()
+    {
+        using Operation = void (Script::*)();
+        constexpr Operation OPERATIONS[] = {
+            &Script::insert,  &Script::insert, &Script::erase,  &Script::append,  &Script::append,
+            &Script::replace, &Script::copy,   &Script::resize, &Script::reserve, &Script::reserveExactly};
+        (this->*OPERATIONS[pick(0, 9)])();
+    }
+
+    void validate()
+    {
+        ASSERT_EQ(size(), vector.size());
+        ASSERT_LE(vector.size(), vector.capacity());
+        ASSERT_TRUE(std::equal(model.begin(), model.end(), vector.begin(), vector.end()));
+        const T value = make<T>(pick(0, 99));
+        const auto first = std::find(model.begin(), model.end(), value);
+        const auto last = std::find(model.rbegin(), model.rend(), value);
+        ASSERT_EQ(first == model.end() ? -1 : first - model.begin(), vector.find(value));
+        ASSERT_EQ(model.rend() - last - 1, vector.rfind(value));
+        const int alive = aliveCount<T>();
+        ASSERT_TRUE(alive == 0 || alive == 2 * size() + 1) << alive;
+    }
+};
+
+template <class T>
+class TKoSmallVectorScript : public testing::Test
+{
+};
+using ElementTypes = testing::Types<int, CKoString, LifetimeElement<false>, LifetimeElement<true>>;
+TYPED_TEST_SUITE(TKoSmallVectorScript, ElementTypes, );
+
+TYPED_TEST(TKoSmallVectorScript, agreesWithTheStandardVector)
+{
+    for (unsigned int seed = 0; seed < 60; ++seed)
+    {
+        SCOPED_TRACE(seed);
+        Script<TypeParam> script(seed);
+        for (int i = 0; i < 120 && !this->HasFatalFailure(); ++i)
+        {
+            script.step();
+            script.validate();
+            while (script.size() > 300)
+                script.erase();
+        }
+    }
+    EXPECT_EQ(0, aliveCount<TypeParam>());
+}
+
+TEST(TKoSmallVector, emptyVectorsOwnNothing)
+{
+    KO_SKIP_WITHOUT_FAULT_INJECTION();
+    const KoTest::AllocationCounter allocations;
+    TKoSmallVector<CKoString> vector;
+    TKoSmallVector<CKoString> copy(vector);
+    copy = vector;
+    copy.resize(0);
+    copy.clear();
+    copy.reserve(0);
+    EXPECT_FALSE(copy.pop_back());
+    EXPECT_EQ(copy, vector);
+    EXPECT_EQ(-1, vector.find(CKoString()));
+    EXPECT_EQ(nullptr, vector.begin());
+    EXPECT_EQ(0U, allocations.count());
+    static_assert(sizeof(vector) == sizeof(void*), "one pointer");
+}
+
+int growBySeven(int requested, int)
+{
+    return requested + 7;
+}
+
+TEST(TKoSmallVector, capacitiesFollowTheGrowthPolicy)
+{
+    const int expected[][2] = {{1, 4}, {4, 4}, {5, 8}, {9, 16}, {100, 128}, {128, 128}};
+    for (const auto& [requested, capacity] : expected)
+    {
+        TKoSmallVector<char> vector;
+        vector.reserve(requested);
+        EXPECT_EQ(capacity, vector.capacity()) << requested;
+    }
+
+    TKoSmallVector<int> grown(0, &growBySeven);
+    EXPECT_EQ(4, grown.capacity());
+    const TKoSmallVector<int> copyOfEmpty(grown);
+    EXPECT_EQ(4, copyOfEmpty.capacity());
+    grown.resize(5, 1);
+    EXPECT_EQ(12, grown.capacity());
+    TKoSmallVector<int> copy(grown);
+    EXPECT_EQ(5, copy.capacity());
+    copy.push_back(2);
+    EXPECT_EQ(13, copy.capacity()) << "the policy is copied with the elements";
+    copy.clear();
+    copy.reserveExactly(0);
+    EXPECT_EQ(4, copy.capacity()) << "a vector with a policy always has a block";
+
+    TKoSmallVector<CKoString> exact(10);
+    EXPECT_EQ(10, exact.capacity());
+    exact.resize(3, "abc");
+    exact.reserveExactly(1);
+    EXPECT_EQ(3, exact.capacity()) << "elements are never dropped";
+    exact.clear();
+    exact.reserveExactly(0);
+    EXPECT_EQ(nullptr, exact.begin());
+}
+
+int growTooLittle(int requested, int)
+{
+    return requested - 1;
+}
+
+struct Wide
+{
+    char bytes[1 << 20];
+};
+
+TEST(TKoSmallVector, brokenPreconditionsAreReportedAndChangeNothing)
+{
+    TKoSmallVector<int> vector;
+    for (int i = 0; i < 3; ++i)
+        vector.push_back(i);
+    const TKoSmallVector<int> before(vector);
+    TKoSmallVector<Wide> wide;
+    const int one = 1;
+
+    const struct
+    {
+        const char* summary;
+        std::function<void()> call;
+    } cases[] = {
+        {"TKoVector.insert(): Invalid parameter", [&] { vector.insert(0, -1, &one); }},
+        {"TKoVector.insert(): Invalid parameter", [&] { vector.insert(4, one); }},
+        {"TKoVector.insert(): Invalid parameter", [&] { vector.insert(0, 1, nullptr); }},
+        {"TKoVector.insert(): Invalid parameter", [&] { vector.insert(0, INT_MAX, &one); }},
+        {"TKoVector: Invalid parameter", [&] { vector.erase(2, 1); }},
+        {"TKoVector: Index out of range", [&] { vector.erase(0, 3); }},
+        {"TKoVector: Invalid parameter", [&] { vector.resize(-1); }},
+        {"TKoVector: Invalid parameter", [&] { EXPECT_EQ(nullptr, vector.get(3)); }},
+        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(0, -1, &one); }},
+        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(2, 2, &one); }},
+        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(1, INT_MAX, &one); }},
+        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(0, 1, nullptr); }},
+        {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { vector.reserve(INT_MAX); }},
+        {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { vector.resize(INT_MAX, one); }},
+        {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { wide.reserve(4096); }},
+        {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { wide.reserveExactly(4096); }},
+    };
+    for (const auto& [summary, call] : cases)
+    {
+        KoTest::AssertionReports reports;
+        call();
+        EXPECT_EQ(std::vector<std::string>{summary}, reports.summaries());
+        EXPECT_TRUE(vector == before && vector.capacity() == 4 && wide.capacity() == 0);
+    }
+    vector.insert(1, 0, &one);
+    vector.replace(0, 0, nullptr);
+    EXPECT_EQ(before, vector) << "nothing to do is no fault";
+
+    TKoSmallVector<int> stingy(4, &growTooLittle);
+    stingy.resize(4, 1);
+    KoTest::AssertionReports reports;
+    stingy.push_back(2);
+    EXPECT_EQ(std::vector<std::string>{"CKoVectorBase.internal_reserve(): Invalid parameter"},
+              reports.summaries());
+    EXPECT_EQ(5, stingy.capacity()) << "the policy is overruled";
+}
+
+struct Watched
+{
+    int values[13];
+};
+
+/// Compares with the one record of elements of this size.
+void expectBooked(unsigned int instances, unsigned int elements, unsigned int capacity)
+{
+    CKoRamwatcher::sElement records[CKoRamwatcher::MAX_ELEMENTS];
+    unsigned int count = CKoRamwatcher::MAX_ELEMENTS;
+    CKoRamwatcher::dumpWatches(records, count);
+    const auto* const record = std::find_if(
+        records, records + count, [](const auto& each) { return each.elementSize == sizeof(Watched); });
+    ASSERT_NE(records + count, record);
+    EXPECT_EQ(instances, record->instanceCount % 100000U);
+    EXPECT_EQ(elements, record->elementCount);
+    EXPECT_EQ(capacity, record->capacityCount);
+}
+
+TEST(TKoSmallVector, theRamWatchBooksEveryChange)
+{
+    const auto result = KoTest::ChildProcess::run(
+        []
+        {
+            setenv("ENABLE_RAMWATCH", "1", 1);
+            CKoRamwatcher::evalIsEnabled();
+            {
+                TKoSmallVector<Watched> vector(3);
+                expectBooked(1, 0, 3);
+                for (int i = 0; i < 4; ++i)
+                    vector.push_back(Watched());
+                expectBooked(1, 4, 4);
+                vector.insert(2, 3, vector.begin());
+                expectBooked(1, 7, 8);
+                vector.insert(0, Watched());
+                vector.erase(1, 5);
+                vector.pop_back();
+                expectBooked(1, 2, 8);
+                vector.resize(20);
+                expectBooked(1, 20, 32);
+                vector.resize(6);
+                {
+                    const TKoSmallVector<Watched> copy(vector);
+                    expectBooked(2, 12, 38);
+                }
+                expectBooked(1, 6, 32);
+                vector.reserveExactly(0);
+                expectBooked(1, 6, 6);
+                vector.clear();
+                vector.reserveExactly(0);
+                expectBooked(0, 0, 0);
+                vector.push_back(Watched());
+                expectBooked(1, 1, 4);
+            }
+            expectBooked(0, 0, 0);
+            return testing::Test::HasFailure() ? KoTest::ChildProcess::EXPECTATION_FAILED : 0;
+        });
+    EXPECT_EQ(0, result.exitStatus) << result.describe();
+}
+
+} // namespace
