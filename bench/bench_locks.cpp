@@ -20,28 +20,32 @@
 namespace
 {
 
-/// The thread library's mutex with priority inheritance.
-class PriorityInheritingMutex
+/// The thread library's mutex, with or without priority inheritance.
+template <int PROTOCOL>
+class PthreadMutex
 {
 public:
-    PriorityInheritingMutex()
+    PthreadMutex()
     {
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);
-        pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+        pthread_mutexattr_setprotocol(&attributes, PROTOCOL);
         pthread_mutex_init(&m_mutex, &attributes);
         pthread_mutexattr_destroy(&attributes);
     }
-    ~PriorityInheritingMutex() { pthread_mutex_destroy(&m_mutex); }
-    PriorityInheritingMutex(const PriorityInheritingMutex&) = delete;
-    PriorityInheritingMutex& operator=(const PriorityInheritingMutex&) = delete;
+    ~PthreadMutex() { pthread_mutex_destroy(&m_mutex); }
+    PthreadMutex(const PthreadMutex&) = delete;
+    PthreadMutex& operator=(const PthreadMutex&) = delete;
 
     void lock() { pthread_mutex_lock(&m_mutex); }
     void unlock() { pthread_mutex_unlock(&m_mutex); }
+    pthread_mutex_t* handle() { return &m_mutex; }
 
 private:
     pthread_mutex_t m_mutex;
 };
+
+using PriorityInheritingMutex = PthreadMutex<PTHREAD_PRIO_INHERIT>;
 
 /// CKoMutex with the interface that the benchmarks lock through.
 class Mutex : public CKoMutex
@@ -140,31 +144,32 @@ private:
     int m_turn = 0;
 };
 
-/// The thread library's condition with its default mutex.
-template <bool LOCKED>
+/// The thread library's condition with its default mutex or with one that inherits priorities, as the
+/// library's do.
+template <bool LOCKED, int PROTOCOL = PTHREAD_PRIO_NONE>
 class PthreadTurns
 {
 public:
     int waitWhile(int turn)
     {
-        pthread_mutex_lock(&m_mutex);
+        m_mutex.lock();
         while (m_turn == turn)
         {
-            pthread_cond_wait(&m_condition, &m_mutex);
+            pthread_cond_wait(&m_condition, m_mutex.handle());
         }
         const int next = m_turn;
-        pthread_mutex_unlock(&m_mutex);
+        m_mutex.unlock();
         return next;
     }
     void give(int turn)
     {
-        pthread_mutex_lock(&m_mutex);
+        m_mutex.lock();
         m_turn = turn;
         if (LOCKED)
         {
             pthread_cond_signal(&m_condition);
         }
-        pthread_mutex_unlock(&m_mutex);
+        m_mutex.unlock();
         if (!LOCKED)
         {
             pthread_cond_signal(&m_condition);
@@ -172,7 +177,7 @@ public:
     }
 
 private:
-    pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
+    PthreadMutex<PROTOCOL> m_mutex;
     pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
     int m_turn = 0;
 };
@@ -261,11 +266,13 @@ BENCHMARK_TEMPLATE(contended, std::mutex)->Threads(2)->Threads(4)->UseRealTime()
 
 using OwnTurnsAfter = OwnTurns<CKoCriticalSection, false>;
 using OwnTurnsLocked = OwnTurns<CKoCriticalSection, true>;
+using InheritingTurnsLocked = PthreadTurns<true, PTHREAD_PRIO_INHERIT>;
 
 BENCHMARK_TEMPLATE(pingPongOnOneProcessor, OwnTurnsAfter)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongOnOneProcessor, PthreadTurns<false>)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongOnOneProcessor, OwnTurnsLocked)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongOnOneProcessor, PthreadTurns<true>)->UseRealTime();
+BENCHMARK_TEMPLATE(pingPongOnOneProcessor, InheritingTurnsLocked)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongAnywhere, OwnTurnsAfter)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongAnywhere, PthreadTurns<false>)->UseRealTime();
 BENCHMARK_TEMPLATE(pingPongAnywhere, OwnTurnsLocked)->UseRealTime();
