@@ -248,6 +248,7 @@ TEST(TKoSmallVector, brokenPreconditionsAreReportedAndChangeNothing)
     const TKoSmallVector<int> before(vector);
     TKoSmallVector<Wide> wide;
     const int one = 1;
+    int huge = INT_MAX;
 
     const struct
     {
@@ -264,7 +265,7 @@ TEST(TKoSmallVector, brokenPreconditionsAreReportedAndChangeNothing)
         {"TKoVector: Invalid parameter", [&] { EXPECT_EQ(nullptr, vector.get(3)); }},
         {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(0, -1, &one); }},
         {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(2, 2, &one); }},
-        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(1, INT_MAX, &one); }},
+        {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(1, huge, &one); }},
         {"TKoVector.replace(): Invalid parameter", [&] { vector.replace(0, 1, nullptr); }},
         {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { vector.reserve(INT_MAX); }},
         {"CKoVectorBase.internal_reserve(): Invalid parameter", [&] { vector.resize(INT_MAX, one); }},
