@@ -20,6 +20,9 @@ constexpr unsigned int BLOCK_OVERHEAD = 20U;
 
 static_assert(sizeof(CKoString) == sizeof(void*), "a string is one pointer");
 static_assert(sizeof(CKoString::SStringData) == BLOCK_OVERHEAD, "a block is its capacity and this much more");
+static_assert(offsetof(CKoString::SStringData, charCount) ==
+                  offsetof(CKoString::SStringData, byteLength) + sizeof(unsigned int),
+              "both counts are set at once");
 static_assert(offsetof(CKoString::SStringData, sentinel) + 1U == CKoString::SStringData::TEXT_OFFSET,
               "the sentinel is the byte before the text");
 
@@ -221,14 +224,12 @@ void CKoString::adoptBlock(SStringData* data)
 /// and never more than it has bytes, however the count was arrived at.
 void CKoString::setLength(unsigned int bytes, unsigned int characters)
 {
-    m_data->byteLength = bytes;
-    m_data->charCount = KoPrivate::plausibleCount(bytes, characters);
+    // Both counts in one store: an allocator that looks at the words of a block which is released soon after
+    // would wait for two.
+    const unsigned int counts[2] = {bytes, KoPrivate::plausibleCount(bytes, characters)};
+    char* const block = reinterpret_cast<char*>(m_data);
+    std::memcpy(block + offsetof(SStringData, byteLength), counts, sizeof(counts));
     m_data->text()[bytes] = '\0';
-}
-
-bool CKoString::isShared() const
-{
-    return KoAtomic::load(m_data->refCount) >= 2U;
 }
 
 /// True when the block is this string's own and holds that many bytes.

@@ -383,22 +383,25 @@ private:
     void releaseLastReference(unsigned int references) noexcept;
     void adoptBlock(SStringData* data);
     void setLength(unsigned int bytes, unsigned int characters);
+    void grow(unsigned int bytes, unsigned int characters);
+    unsigned int spare() const;
     void constructFrom(const char* text, unsigned int bytes);
-    bool isShared() const;
+    bool isShared() const { return KoAtomic::load(m_data->refCount) >= 2U; }
+
     bool hasRoom(unsigned long long capacity) const;
-    CKoString& appendBytes(const char* text, std::size_t count);
+    CKoString& appendChecked(const char* text, std::size_t count);
     bool makePrivate(unsigned long long capacity);
     bool makePrivateEmpty(unsigned long long capacity);
     bool contains(const const_iterator& position) const;
     unsigned int offsetOf(const const_iterator& position) const;
     void replaceSpan(unsigned int offset, unsigned int removedBytes, unsigned int removedCharacters,
                      const CKoString& text);
+    void assignFormatted(const char* bytes, unsigned int count);
     void truncateTo(unsigned int bytes, unsigned int characters);
     void assignFrom(const IKoIStream& stream, unsigned int length, unsigned int terminators);
     unsigned int fillFrom(const IKoIStream& stream, unsigned int length, unsigned int terminators);
     template <typename Unit>
     bool encodeUnits(const Unit* units, unsigned int count);
-    void replaceEach(const CKoString& from, const CKoString& to);
     void replaceInOnePass(const CKoString& from, const CKoString& to);
 
     /// From here on the size of a block would not fit into 32 bits.

@@ -1,4 +1,5 @@
 #include "pf/base/CKoString.h"
+#include "pf/base/KoShortCopy.h"
 #include "pf/base/KoUtf8.h"
 
 #include <algorithm>
@@ -7,6 +8,9 @@
 
 namespace
 {
+
+/// Stands for "up to the zero byte"; no block can hold that much, so longer texts are refused all the same.
+constexpr unsigned int MOST_BYTES = 0xFFFFFFFFU;
 
 bool isWhiteSpace(char byte)
 {
@@ -33,20 +37,76 @@ unsigned int countTrailingWhiteSpace(const char* text, unsigned int bytes)
     return count;
 }
 
+void copyBytes(char* target, const char* source, unsigned int count)
+{
+    if (count <= KoPrivate::SHORT_COPY)
+    {
+        KoPrivate::copyShort(target, source, count);
+    }
+    else
+    {
+        std::memcpy(target, source, count);
+    }
+}
+
+/// True when eight bytes are ASCII and none is zero. Reads no byte behind a zero.
+bool areEightAscii(const char* bytes)
+{
+    const auto* const b = reinterpret_cast<const signed char*>(bytes);
+    return b[0] > 0 && b[1] > 0 && b[2] > 0 && b[3] > 0 && b[4] > 0 && b[5] > 0 && b[6] > 0 && b[7] > 0;
+}
+
+/// Bytes before the first zero byte or the first that is not ASCII, at most `maxBytes`.
+unsigned int countAscii(const char* text, unsigned int maxBytes)
+{
+    unsigned int count = maxBytes >= 8U && areEightAscii(text) ? 8U : 0U;
+    while (count != maxBytes && static_cast<signed char>(text[count]) > 0)
+    {
+        ++count;
+    }
+    return count;
+}
+
 } // namespace
+
+/// Bytes that can be appended in place.
+unsigned int CKoString::spare() const
+{
+    return isShared() ? 0U : m_data->capacity - m_data->byteLength;
+}
+
+/// Counts in what was put behind the text.
+void CKoString::grow(unsigned int bytes, unsigned int characters)
+{
+    m_data->byteLength += bytes;
+    m_data->charCount += characters;
+    m_data->text()[m_data->byteLength] = '\0';
+}
 
 CKoString& CKoString::append(const char* text)
 {
-    return text == nullptr ? *this : appendBytes(text, std::strlen(text));
+    return text == nullptr ? *this : append(text, MOST_BYTES);
 }
 
 CKoString& CKoString::append(const char* text, unsigned int maxBytes)
 {
-    return text == nullptr ? *this : appendBytes(text, strnlen(text, maxBytes));
+    if (text == nullptr || maxBytes == 0U)
+    {
+        return *this;
+    }
+    const unsigned int ascii = countAscii(text, std::min<unsigned int>(maxBytes, KoPrivate::SHORT_COPY));
+    const bool isAll = ascii == maxBytes || text[ascii] == '\0';
+    if (isAll && ascii != 0U && ascii <= spare())
+    {
+        KoPrivate::copyShort(m_data->text() + m_data->byteLength, text, ascii);
+        grow(ascii, ascii);
+        return *this;
+    }
+    return appendChecked(text, strnlen(text, maxBytes));
 }
 
 /// Appends bytes without a zero among them after checking them. They may lie in this string's own block.
-CKoString& CKoString::appendBytes(const char* text, std::size_t count)
+CKoString& CKoString::appendChecked(const char* text, std::size_t count)
 {
     if (count == 0U)
     {
@@ -65,7 +125,7 @@ CKoString& CKoString::appendBytes(const char* text, std::size_t count)
     }
     const unsigned int bytes = static_cast<unsigned int>(count);
     const KoPrivate::SUtf8Span valid = KoPrivate::copyValidUtf8(m_data->text() + end, text, bytes);
-    setLength(end + valid.byteLength, m_data->charCount + valid.charCount);
+    grow(valid.byteLength, valid.charCount);
     return *this;
 }
 
@@ -73,11 +133,11 @@ CKoString& CKoString::append(const CKoString& other)
 {
     const unsigned int bytes = other.m_data->byteLength;
     const unsigned int characters = other.m_data->charCount;
-    if (bytes != 0U && makePrivate(0ULL + m_data->byteLength + bytes))
+    if (bytes != 0U && (bytes <= spare() || makePrivate(0ULL + m_data->byteLength + bytes)))
     {
         // Read after growing: the other string may be this one.
-        std::memcpy(m_data->text() + m_data->byteLength, other.m_data->text(), bytes);
-        setLength(m_data->byteLength + bytes, m_data->charCount + characters);
+        copyBytes(m_data->text() + m_data->byteLength, other.m_data->text(), bytes);
+        grow(bytes, characters);
     }
     return *this;
 }
@@ -99,7 +159,7 @@ CKoString& CKoString::internalAppend(const char* bytes, unsigned int count)
     if (makePrivate(0ULL + m_data->byteLength + count))
     {
         std::memcpy(m_data->text() + m_data->byteLength, bytes, count);
-        setLength(m_data->byteLength + count, m_data->charCount + KoPrivate::countSequences(bytes, count));
+        grow(count, KoPrivate::countSequences(bytes, count));
     }
     return *this;
 }

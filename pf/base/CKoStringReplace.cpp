@@ -1,5 +1,6 @@
 #include "pf/base/CKoString.h"
 #include "pf/base/KoByteSearch.h"
+#include "pf/base/KoShortCopy.h"
 #include "pf/base/KoUtf8.h"
 
 #include <algorithm>
@@ -9,7 +10,7 @@
 namespace
 {
 
-/// True for text whose characters are what its positions step over, and which no zero byte ends early.
+/// True for text whose characters are what its positions step over, with no zero byte to stop them.
 bool isPlain(const CKoString& string)
 {
     const char* const text = string.c_str();
@@ -17,41 +18,94 @@ bool isPlain(const CKoString& string)
            std::memchr(text, '\0', string.byteLength()) == nullptr;
 }
 
-/// The text that a row of replacements has not reached yet.
-struct SRest
-{
-    const char* first;
-    const char* end;
-};
-
-/// An occurrence of a plain pattern: as many characters as the pattern has, which may have more bytes where
-/// continuation bytes follow that belong to none.
+/// An occurrence of a plain pattern, in bytes from the start: as many characters as the pattern has, which
+/// may have more bytes where continuation bytes follow that belong to none.
 struct SMatch
 {
-    const char* first;
-    const char* end;
-
-    bool isFound() const { return first != nullptr; }
-
-    unsigned int byteLength() const { return static_cast<unsigned int>(end - first); }
+    unsigned int first;
+    unsigned int end;
 };
 
-SMatch findNext(const SRest& rest, const CKoString& pattern)
+/// The occurrences of a pattern in a text, one after the other and not beyond a zero byte. The first ones are
+/// remembered, so that going through them again does not search for them again; the text may have moved by
+/// then.
+class CMatches
 {
-    const std::size_t length = static_cast<std::size_t>(rest.end - rest.first);
-    const char* const found =
-        KoPrivate::findBytesBeforeZero(rest.first, length, pattern.c_str(), pattern.byteLength());
-    if (found == nullptr)
+public:
+    CMatches(const CKoString& text, const CKoString& pattern)
+        : m_pattern(pattern)
+        , m_isPlain(isPlain(pattern))
+        , m_end(static_cast<unsigned int>(strnlen(text.c_str(), text.byteLength())))
     {
-        return {nullptr, nullptr};
     }
-    const char* end = found + pattern.byteLength();
-    while (KoPrivate::isContinuation(*end))
+
+    void restart()
     {
-        ++end;
+        m_index = 0;
+        m_next = 0;
     }
-    return {found, end};
-}
+
+    /// \return false when there is no further one.
+    bool findNext(const char* text, SMatch& match)
+    {
+        if (m_index < m_rememberedCount)
+        {
+            match = m_remembered[m_index];
+        }
+        else if (!search(text, match))
+        {
+            return false;
+        }
+        ++m_index;
+        m_next = match.end;
+        return true;
+    }
+
+private:
+    static constexpr unsigned int MOST_REMEMBERED = 512U;
+
+    bool search(const char* text, SMatch& match)
+    {
+        const char* const found =
+            KoPrivate::findBytes(text + m_next, m_end - m_next, m_pattern.c_str(), m_pattern.byteLength());
+        if (found == nullptr)
+        {
+            return false;
+        }
+        match.first = static_cast<unsigned int>(found - text);
+        match.end = static_cast<unsigned int>(findEnd(found) - text);
+        if (m_index < MOST_REMEMBERED)
+        {
+            m_remembered[m_index] = match;
+            m_rememberedCount = m_index + 1U;
+        }
+        return true;
+    }
+
+    const char* findEnd(const char* found) const
+    {
+        const char* end = found;
+        if (!m_isPlain)
+        {
+            KoPrivate::stepForward(end, m_pattern.length());
+            return end;
+        }
+        end += m_pattern.byteLength();
+        while (KoPrivate::isContinuation(*end))
+        {
+            ++end;
+        }
+        return end;
+    }
+
+    const CKoString& m_pattern;
+    const bool m_isPlain;
+    const unsigned int m_end; ///< where the search ends
+    unsigned int m_index = 0;
+    unsigned int m_next = 0; ///< where it goes on
+    unsigned int m_rememberedCount = 0;
+    SMatch m_remembered[MOST_REMEMBERED];
+};
 
 /// What a row of replacements does to a text.
 struct SGrowth
@@ -62,38 +116,46 @@ struct SGrowth
     unsigned int replacements;
 };
 
-SGrowth measure(SRest rest, unsigned int characters, const CKoString& from, const CKoString& to)
+SGrowth measure(CMatches& matches, const CKoString& text, const CKoString& from, const CKoString& to)
 {
-    SGrowth growth = {static_cast<unsigned long long>(rest.end - rest.first), 0U, characters, 0U};
-    for (SMatch match = findNext(rest, from); match.isFound(); match = findNext(rest, from))
+    SGrowth growth = {text.byteLength(), 0U, text.length(), 0U};
+    for (SMatch match; matches.findNext(text.c_str(), match);)
     {
-        growth.bytes = growth.bytes - match.byteLength() + to.byteLength();
+        growth.bytes = growth.bytes - (match.end - match.first) + to.byteLength();
         growth.mostNew = std::max(growth.mostNew, growth.bytes);
         const unsigned int bytes = static_cast<unsigned int>(std::min(growth.bytes, 0xFFFFFFFFULL));
         const unsigned int left = KoPrivate::without(growth.characters, from.length());
         growth.characters = KoPrivate::plausibleCount(bytes, left + to.length());
         ++growth.replacements;
-        rest.first = match.end;
     }
+    matches.restart();
     return growth;
 }
 
-char* moveTo(char* target, const char* first, const char* last)
+char* putBytes(char* target, const char* source, unsigned int count)
 {
-    const std::size_t bytes = static_cast<std::size_t>(last - first);
-    std::memmove(target, first, bytes);
-    return target + bytes;
+    if (count <= KoPrivate::SHORT_COPY)
+    {
+        KoPrivate::copyShort(target, source, count);
+    }
+    else
+    {
+        std::memmove(target, source, count);
+    }
+    return target + count;
 }
 
-void build(char* target, SRest rest, const CKoString& from, const CKoString& to)
+/// Writes the text with its replacements. It may lie behind the target in the same block, as far as it grows.
+void build(char* target, const char* text, unsigned int byteLength, CMatches& matches, const CKoString& to)
 {
-    for (SMatch match = findNext(rest, from); match.isFound(); match = findNext(rest, from))
+    unsigned int next = 0;
+    for (SMatch match; matches.findNext(text, match);)
     {
-        target = moveTo(target, rest.first, match.first);
-        target = moveTo(target, to.c_str(), to.c_str() + to.byteLength());
-        rest.first = match.end;
+        target = putBytes(target, text + next, match.first - next);
+        target = putBytes(target, to.c_str(), to.byteLength());
+        next = match.end;
     }
-    moveTo(target, rest.first, rest.end);
+    putBytes(target, text + next, byteLength - next);
 }
 
 } // namespace
@@ -138,35 +200,19 @@ void CKoString::replaceAll(const CKoString& from, const CKoString& to)
         const CKoString oldTo(copyOf(to.c_str(), to.byteLength(), to.length()));
         replaceAll(oldFrom, oldTo);
     }
-    else if (isPlain(from) && isPlain(to))
+    else
     {
         replaceInOnePass(from, to);
     }
-    else
-    {
-        replaceEach(from, to);
-    }
 }
 
-/// One replacement after the other, for the patterns whose characters do not add up to their bytes.
-void CKoString::replaceEach(const CKoString& from, const CKoString& to)
-{
-    const_iterator position = find(from);
-    while (position != end())
-    {
-        replace(position, from.length(), to);
-        const char* behind = position.address();
-        KoPrivate::stepForward(behind, to.length());
-        position = find(from, const_iterator(behind));
-    }
-}
-
-/// Finds everything twice: first to learn the size, then to build the text in one block of the capacity that
-/// one replacement after the other would end with.
+/// Goes through all matches twice: first to learn the size, then to build the text in one block of the
+/// capacity that one replacement after the other would end with.
 void CKoString::replaceInOnePass(const CKoString& from, const CKoString& to)
 {
     const unsigned int oldBytes = m_data->byteLength;
-    const SGrowth growth = measure({c_str(), c_str() + oldBytes}, m_data->charCount, from, to);
+    CMatches matches(*this, from);
+    const SGrowth growth = measure(matches, *this, from, to);
     if (growth.replacements == 0U)
     {
         return;
@@ -190,7 +236,7 @@ void CKoString::replaceInOnePass(const CKoString& from, const CKoString& to)
         std::memmove(moved, source, oldBytes + 1U);
         source = moved;
     }
-    build(target->text(), {source, source + oldBytes}, from, to);
+    build(target->text(), source, oldBytes, matches, to);
     if (target != m_data)
     {
         adoptBlock(target);

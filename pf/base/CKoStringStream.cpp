@@ -70,7 +70,9 @@ void CKoString::assignFrom(const IKoIStream& stream, unsigned int length, unsign
     }
     CKoString text(std::min(length, FIRST_PIECE));
     const unsigned int arrived = text.fillFrom(stream, length, terminators);
-    text.setLength(0U, 0U);
+    // The bytes are in place; from here on they count only as far as they are valid.
+    text.m_data->byteLength = 0U;
+    text.m_data->charCount = 0U;
     text.charConstruct(text.c_str(), std::min(arrived, length), 0U);
     *this = text;
 }

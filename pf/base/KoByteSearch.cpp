@@ -164,21 +164,37 @@ const char* finishTwoWay(const SSearch& search, const char* text, const char* en
 
 #if KO_HAS_BYTE_VECTOR
 
-ByteMask filterVector(const SSearch& search, const char* at)
+/// Sixteen positions at a time: where both bytes of the filter stand.
+class CFilter
 {
-    const ByteVector first = spread(static_cast<unsigned char>(search.pattern[search.filter[0]]));
-    const ByteVector second = spread(static_cast<unsigned char>(search.pattern[search.filter[1]]));
-    return reinterpret_cast<ByteMask>((loadVector(at + search.filter[0]) == first) &
-                                      (loadVector(at + search.filter[1]) == second));
-}
+public:
+    explicit CFilter(const SSearch& search)
+        : m_firstOffset(search.filter[0])
+        , m_secondOffset(search.filter[1])
+        , m_first(spread(static_cast<unsigned char>(search.pattern[m_firstOffset])))
+        , m_second(spread(static_cast<unsigned char>(search.pattern[m_secondOffset])))
+    {
+    }
 
-/// Tries the candidates among sixteen positions. \return the match, or null.
-const char* tryVector(SSearch& search, const char* at)
+    ByteVector apply(const char* at) const
+    {
+        return reinterpret_cast<ByteVector>((loadVector(at + m_firstOffset) == m_first) &
+                                            (loadVector(at + m_secondOffset) == m_second));
+    }
+
+private:
+    std::size_t m_firstOffset;
+    std::size_t m_secondOffset;
+    ByteVector m_first;
+    ByteVector m_second;
+};
+
+/// \param candidates one bit for each position from `at` on that is worth comparing.
+const char* tryCandidates(SSearch& search, const char* at, std::uint64_t candidates)
 {
-    unsigned int candidates = topBits(reinterpret_cast<ByteVector>(filterVector(search, at)));
     for (; candidates != 0U; candidates &= candidates - 1U)
     {
-        const char* const candidate = at + __builtin_ctz(candidates);
+        const char* const candidate = at + __builtin_ctzll(candidates);
         if (search.isMatch(candidate))
         {
             return candidate;
@@ -187,43 +203,50 @@ const char* tryVector(SSearch& search, const char* at)
     return nullptr;
 }
 
-/// Passes positions without a candidate, four vectors at a time.
-void passWithout(const SSearch& search, const char*& at, const char* lastStart)
+/// The last positions, fewer than a group but at least one vector's, of which some may have been tried
+/// already.
+const char* findInRest(SSearch& search, const char* at, const char* lastStart)
 {
-    constexpr std::ptrdiff_t STRIDE = 4 * static_cast<std::ptrdiff_t>(VECTOR_SIZE);
-    while (lastStart - at >= STRIDE)
+    const CFilter filter(search);
+    const char* const lastVector = lastStart - (VECTOR_SIZE - 1U);
+    const char* found = nullptr;
+    for (; at < lastVector && found == nullptr; at += VECTOR_SIZE)
     {
-        const ByteMask any = filterVector(search, at) | filterVector(search, at + VECTOR_SIZE) |
-                             filterVector(search, at + 2U * VECTOR_SIZE) |
-                             filterVector(search, at + 3U * VECTOR_SIZE);
-        if (isAnySet(any))
-        {
-            return;
-        }
-        at += STRIDE;
+        found = tryCandidates(search, at, topBits(filter.apply(at)));
     }
+    return found != nullptr ? found : tryCandidates(search, lastVector, topBits(filter.apply(lastVector)));
 }
 
-/// \param lastStart the last position where the pattern still fits, at least sixteen bytes behind `text`.
+/// \param lastStart the last position where the pattern still fits, at least fifteen bytes behind `text`.
 const char* findFiltered(SSearch& search, const char* text, const char* lastStart, const char* end)
 {
-    const char* const lastVector = lastStart - (VECTOR_SIZE - 1U);
+    constexpr unsigned int GROUP = 4U * VECTOR_SIZE;
+    CFilter filter(search);
     const char* at = text;
-    while (at < lastVector)
+    for (; lastStart - at >= static_cast<std::ptrdiff_t>(GROUP); at += GROUP)
     {
-        const char* const found = tryVector(search, at);
+        const ByteVector a = filter.apply(at);
+        const ByteVector b = filter.apply(at + VECTOR_SIZE);
+        const ByteVector c = filter.apply(at + 2U * VECTOR_SIZE);
+        const ByteVector d = filter.apply(at + 3U * VECTOR_SIZE);
+        if (!hasTopBit(a | b | c | d))
+        {
+            continue;
+        }
+        const std::uint64_t low = topBits(a) | topBits(b) << VECTOR_SIZE;
+        const std::uint64_t high = topBits(c) | topBits(d) << VECTOR_SIZE;
+        const char* const found = tryCandidates(search, at, low | high << 2U * VECTOR_SIZE);
         if (found != nullptr)
         {
             return found;
         }
-        at += VECTOR_SIZE;
-        passWithout(search, at, lastStart);
         if (search.isHopeless(static_cast<std::size_t>(at - text)))
         {
             return finishTwoWay(search, at, end);
         }
+        filter = CFilter(search);
     }
-    return tryVector(search, lastVector);
+    return findInRest(search, at, lastStart);
 }
 
 #endif
@@ -263,7 +286,7 @@ const char* findBytes(const char* text, std::size_t length, const char* pattern,
     const char* const lastStart = end - patternLength;
     SSearch search = {pattern, patternLength, {0U, patternLength - 1U}, 0U};
 #if KO_HAS_BYTE_VECTOR
-    if (patternLength > 1U && lastStart - text >= static_cast<std::ptrdiff_t>(VECTOR_SIZE))
+    if (patternLength > 1U && lastStart - text >= static_cast<std::ptrdiff_t>(VECTOR_SIZE) - 1)
     {
         return findFiltered(search, text, lastStart, end);
     }

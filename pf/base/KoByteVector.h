@@ -52,6 +52,13 @@ inline ByteVector spread(unsigned char byte)
     return ByteVector{} + byte;
 }
 
+/// The bytes of the form 10xxxxxx: taken as signed, they are the ones below C0.
+inline ByteMask areContinuations(ByteVector bytes)
+{
+    const ByteMask limit = reinterpret_cast<ByteMask>(spread(0xC0U));
+    return reinterpret_cast<ByteMask>(reinterpret_cast<ByteMask>(bytes) < limit);
+}
+
 /// One bit for each byte of a vector that has its top bit set, the first byte lowest.
 inline unsigned int topBits(ByteVector vector)
 {
@@ -65,6 +72,14 @@ inline unsigned int topBits(ByteVector vector)
     }
     return bits;
 #endif
+}
+
+/// The sum of sixteen bytes that are at most 31 each.
+inline unsigned int sumSmall(ByteVector vector)
+{
+    const WordVector words = reinterpret_cast<WordVector>(vector);
+    constexpr std::uint64_t ONES = 0x0101010101010101U;
+    return static_cast<unsigned int>((words[0] * ONES >> 56U) + (words[1] * ONES >> 56U));
 }
 
 inline bool hasTopBit(ByteVector vector)

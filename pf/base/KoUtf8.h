@@ -32,9 +32,6 @@ inline unsigned int sequenceLength(char leadByte)
 /// The longest prefix of the bytes that consists of whole sequences.
 SUtf8Span scanUtf8(const char* bytes, unsigned int count);
 
-/// As scanUtf8; logs when the prefix is not the whole.
-SUtf8Span validateUtf8(const char* bytes, unsigned int count);
-
 /// As validateUtf8, and copies the prefix to `target` unless it lies there already. Reads each part of the
 /// bytes only once from memory.
 SUtf8Span copyValidUtf8(char* target, const char* bytes, unsigned int count);

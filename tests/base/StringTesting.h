@@ -1,0 +1,152 @@
+#pragma once
+
+#include <cstring>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "pf/base/CKoString.h"
+
+namespace KoTest
+{
+
+/// A string's text with everything that can be seen of it, for comparisons in one line.
+struct Seen
+{
+    std::string text;
+    unsigned int length;
+    unsigned int capacity;
+};
+
+inline bool operator==(const Seen& a, const Seen& b)
+{
+    return a.text == b.text && a.length == b.length && a.capacity == b.capacity;
+}
+
+inline void PrintTo(const Seen& seen, std::ostream* out)
+{
+    *out << testing::PrintToString(seen.text) << " length " << seen.length << " capacity " << seen.capacity;
+}
+
+inline std::string textOf(const CKoString& string)
+{
+    return std::string(string.c_str(), string.byteLength());
+}
+
+inline Seen see(const CKoString& string)
+{
+    return {textOf(string), string.length(), string.capacity()};
+}
+
+/// The block a string points at.
+inline CKoString::SStringData* blockOf(const CKoString& string)
+{
+    CKoString::SStringData* data;
+    std::memcpy(&data, &string, sizeof(data));
+    return data;
+}
+
+inline CKoString make(const std::string& bytes)
+{
+    return CKoString(bytes.c_str(), static_cast<unsigned int>(bytes.size()));
+}
+
+/// What the acceptance rule lets pass of some bytes.
+struct Accepted
+{
+    std::string text;
+    unsigned int characters;
+};
+
+inline Accepted accept(const std::string& bytes)
+{
+    Accepted accepted = {"", 0U};
+    for (std::size_t at = 0, n = 0; at < bytes.size(); at += n, ++accepted.characters)
+    {
+        const unsigned int lead = static_cast<unsigned char>(bytes[at]);
+        n = lead < 0x80   ? 1
+            : lead < 0xC0 ? 0
+            : lead < 0xE0 ? 2
+            : lead < 0xF0 ? 3
+            : lead < 0xF8 ? 4
+            : lead < 0xFC ? 5
+            : lead < 0xFE ? 6
+                          : 0;
+        bool isGood = n != 0 && at + n <= bytes.size();
+        for (std::size_t i = 1; isGood && i < n; ++i)
+        {
+            isGood = (static_cast<unsigned char>(bytes[at + i]) & 0x80U) != 0;
+        }
+        if (!isGood)
+        {
+            return accepted;
+        }
+        accepted.text.append(bytes, at, n);
+    }
+    return accepted;
+}
+
+/// Random numbers whose seed is in the failure message: `SCOPED_TRACE(random.trace())`.
+class Random
+{
+public:
+    explicit Random(unsigned int seed = std::random_device{}())
+        : m_seed(seed)
+        , m_engine(seed)
+    {
+    }
+
+    std::string trace() const { return "seed " + std::to_string(m_seed); }
+
+    /// A number in [0, limit).
+    unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_engine() % limit); }
+
+    /// One well-formed character of 1 to 6 bytes, mostly short ones; never a zero byte.
+    std::string character()
+    {
+        static const char* const CHARACTERS[] = {"a",
+                                                 "b",
+                                                 "c",
+                                                 " ",
+                                                 "%",
+                                                 "1",
+                                                 "\xC3\xA9",
+                                                 "\xCE\xBB",
+                                                 "\xE4\xB8\x96",
+                                                 "\xE2\x82\xAC",
+                                                 "\xF0\x9F\x98\x80",
+                                                 "\xF8\x88\x80\x80\x80",
+                                                 "\xFC\x84\x80\x80\x80\x80"};
+        return CHARACTERS[below(13)];
+    }
+
+    std::string text(unsigned int mostCharacters)
+    {
+        std::string result;
+        for (unsigned int i = below(mostCharacters + 1); i != 0; --i)
+        {
+            result += character();
+        }
+        return result;
+    }
+
+    /// Bytes without a zero, of which leads, continuation bytes and odd ones take turns.
+    std::string bytes(unsigned int mostBytes)
+    {
+        std::string result;
+        for (unsigned int i = below(mostBytes + 1); i != 0; --i)
+        {
+            const unsigned int kind = below(8);
+            const unsigned int low = kind < 2 ? 'a' : kind < 6 ? 0x80 : 0xC0;
+            result += static_cast<char>(low + below(kind < 2 ? 4 : 0x40));
+        }
+        return result;
+    }
+
+private:
+    unsigned int m_seed;
+    std::mt19937 m_engine;
+};
+
+} // namespace KoTest
