@@ -118,16 +118,6 @@ Function* realFunction(Function*& cached, const char* name)
 
 extern "C"
 {
-    int open(const char* path, int flags, ...)
-    {
-        va_list arguments;
-        va_start(arguments, flags);
-        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-        va_end(arguments);
-        KO_REAL(open, "open64");
-        return KoTest::failsNow(KoTest::FAULT_OPEN) ? -1 : real(path, flags, mode);
-    }
-
     int openat(int directory, const char* path, int flags, ...)
     {
         va_list arguments;

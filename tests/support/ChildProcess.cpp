@@ -1,5 +1,6 @@
 #include "tests/support/ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -27,79 +28,21 @@ namespace
 
 constexpr int EXEC_FAILED = 127;
 
-/// A descriptor that is closed at the end of its scope.
-class Descriptor
+/// A datagram socket bound (or connected) to a path; ends the test program if that fails.
+int openLogSocket(const std::string& path, int (*attach)(int, const sockaddr*, socklen_t))
 {
-public:
-    Descriptor() = default;
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return m_descriptor; }
-    void set(int descriptor) { m_descriptor = descriptor; }
-    void reset()
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), std::min(path.size(), sizeof(address.sun_path) - 1));
+    const void* const generic = &address;
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (attach(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) != 0)
     {
-        if (m_descriptor >= 0)
-        {
-            close(m_descriptor);
-        }
-        m_descriptor = -1;
+        std::perror(path.c_str());
+        std::abort();
     }
-
-private:
-    int m_descriptor = -1;
-};
-
-/// The parent's ends of what the child writes to.
-struct Channels
-{
-    Descriptor outRead, outWrite, errRead, errWrite, logRead, logWrite;
-
-    void openPipes()
-    {
-        int out[2] = {-1, -1};
-        int err[2] = {-1, -1};
-        EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
-        EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
-        outRead.set(out[0]);
-        outWrite.set(out[1]);
-        errRead.set(err[0]);
-        errWrite.set(err[1]);
-    }
-
-    void openLogPair()
-    {
-        int log[2] = {-1, -1};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, log), 0);
-        logRead.set(log[0]);
-        logWrite.set(log[1]);
-    }
-
-    void bindLogSocket(const std::string& path)
-    {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        ASSERT_LT(path.size(), sizeof(address.sun_path));
-        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        logRead.set(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        const void* const generic = &address;
-        ASSERT_EQ(bind(logRead.get(), static_cast<const sockaddr*>(generic), sizeof(address)), 0);
-    }
-
-    void takeOutputInChild()
-    {
-        dup2(outWrite.get(), STDOUT_FILENO);
-        dup2(errWrite.get(), STDERR_FILENO);
-    }
-
-    void closeChildEnds()
-    {
-        outWrite.reset();
-        errWrite.reset();
-        logWrite.reset();
-    }
-};
+    return descriptor;
+}
 
 /// Where the forked child's sink sends its lines.
 int sLogDescriptor = -1;
@@ -119,92 +62,100 @@ int sendToParent(int opcode, int severity, const char* line)
     return static_cast<int>(std::strlen(line));
 }
 
-/// Appends what is there; false at the end of the data.
-bool drain(int descriptor, std::string& text)
+/// Splits "<PRI>program[pid]: (opcode) line".
+LogLine parseDatagram(const std::string& datagram)
 {
-    char buffer[65536];
-    const ssize_t count = ::read(descriptor, buffer, sizeof(buffer));
-    if (count > 0)
-    {
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return count > 0 || (count < 0 && errno == EINTR);
+    int priority = -1;
+    int opcode = -1;
+    const std::size_t bracket = datagram.find('[');
+    const std::size_t text = datagram.find(") ");
+    const bool isParsed = bracket != std::string::npos && text != std::string::npos &&
+                          std::sscanf(datagram.c_str(), "<%d>", &priority) == 1 &&
+                          std::sscanf(datagram.c_str() + bracket, "[%*d]: (%d)", &opcode) == 1;
+    EXPECT_TRUE(isParsed) << datagram;
+    return LogLine{opcode, priority & 7, isParsed ? datagram.substr(text + 2) : datagram};
 }
 
-void drainLog(int descriptor, std::vector<LogLine>& log)
+/// One child on its way: its outputs go to files, its log lines to a socket of the parent.
+class Run
 {
-    char buffer[4096];
-    ssize_t count = 0;
-    while ((count = recv(descriptor, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0)
+public:
+    Run()
+        : m_logSocket(openLogSocket(logPath(), &::bind))
     {
-        const std::string datagram(buffer, static_cast<std::size_t>(count));
-        LogLine line{-1, -1, datagram};
-        EXPECT_TRUE(parseLogDatagram(datagram, line)) << datagram;
-        log.push_back(line);
     }
-}
+    ~Run() { close(m_logSocket); }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
 
-/// Reads until both outputs are closed; kills the child when the deadline passes first.
-void collect(Channels& channels, ChildResult& result, const Deadline& deadline)
-{
-    bool outOpen = true;
-    bool errOpen = true;
-    while (outOpen || errOpen)
+    std::string logPath() const { return m_directory.file("log"); }
+
+    /// True in the child, whose outputs are redirected then.
+    bool fork()
     {
-        pollfd waits[3] = {{outOpen ? channels.outRead.get() : -1, POLLIN, 0},
-                           {errOpen ? channels.errRead.get() : -1, POLLIN, 0},
-                           {channels.logRead.get(), POLLIN, 0}};
-        const int ready = poll(waits, 3, deadline.remainingMs());
-        if (ready == 0)
+        std::fflush(nullptr);
+        m_result.pid = ::fork();
+        if (m_result.pid == 0)
         {
-            result.timedOut = true;
-            kill(result.pid, SIGKILL);
-            return;
+            const rlimit noCoreFiles{0, 0};
+            setrlimit(RLIMIT_CORE, &noCoreFiles);
+            redirect(STDOUT_FILENO, "out");
+            redirect(STDERR_FILENO, "err");
         }
-        outOpen = outOpen && (waits[0].revents == 0 || drain(channels.outRead.get(), result.standardOutput));
-        errOpen = errOpen && (waits[1].revents == 0 || drain(channels.errRead.get(), result.standardError));
-        drainLog(channels.logRead.get(), result.log);
+        return m_result.pid == 0;
     }
-}
 
-/// A child may close its outputs and live on: the deadline holds for its end, too.
-int awaitEnd(ChildResult& result, const Deadline& deadline)
-{
-    int status = 0;
-    while (waitpid(result.pid, &status, WNOHANG) == 0)
+    pid_t pid() const { return m_result.pid; }
+
+    ChildResult finish(std::uint64_t timeoutMs)
     {
-        if (deadline.hasPassed() && !result.timedOut)
+        const Deadline deadline(timeoutMs);
+        int status = 0;
+        while (waitpid(m_result.pid, &status, WNOHANG) == 0)
         {
-            result.timedOut = true;
-            kill(result.pid, SIGKILL);
+            if (deadline.hasPassed() && !m_result.timedOut)
+            {
+                m_result.timedOut = true;
+                kill(m_result.pid, SIGKILL);
+            }
+            pollfd waiting{m_logSocket, POLLIN, 0};
+            poll(&waiting, 1, 1);
+            drainLog();
         }
-        poll(nullptr, 0, 1);
+        drainLog();
+        m_result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        m_result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+        m_result.standardOutput = m_directory.read("out");
+        m_result.standardError = m_directory.read("err");
+        return m_result;
     }
-    return status;
-}
 
-void finish(Channels& channels, ChildResult& result, std::uint64_t timeoutMs)
-{
-    const Deadline deadline(timeoutMs);
-    channels.closeChildEnds();
-    collect(channels, result, deadline);
-    const int status = awaitEnd(result, deadline);
-    drainLog(channels.logRead.get(), result.log);
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-}
+private:
+    void redirect(int descriptor, const char* name) const
+    {
+        const int file =
+            open(m_directory.file(name).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        dup2(file, descriptor);
+    }
 
-void forbidCoreFiles()
-{
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_CORE, &none);
-}
+    void drainLog()
+    {
+        char buffer[4096];
+        ssize_t count = 0;
+        while ((count = recv(m_logSocket, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0)
+        {
+            m_result.log.push_back(parseDatagram(std::string(buffer, static_cast<std::size_t>(count))));
+        }
+    }
 
-[[noreturn]] void runForkedBody(const std::function<int()>& body, Channels& channels)
+    TemporaryDirectory m_directory;
+    int m_logSocket;
+    ChildResult m_result;
+};
+
+[[noreturn]] void runForkedBody(const std::function<int()>& body, const std::string& logPath)
 {
-    forbidCoreFiles();
-    channels.takeOutputInChild();
-    sLogDescriptor = channels.logWrite.get();
+    sLogDescriptor = openLogSocket(logPath, &::connect);
     KoPlatform::setLogSink(&sendToParent);
     const bool hadFailure = testing::Test::HasFailure();
     int status = body();
@@ -214,15 +165,6 @@ void forbidCoreFiles()
     }
     std::fflush(nullptr);
     _exit(status);
-}
-
-std::vector<std::string> emulatorWords()
-{
-#ifdef KO_TEST_EMULATOR
-    return {KO_TEST_EMULATOR};
-#else
-    return {};
-#endif
 }
 
 void applyEnvironment(const ChildProcess::Program& program)
@@ -240,14 +182,15 @@ void applyEnvironment(const ChildProcess::Program& program)
     }
 }
 
-[[noreturn]] void executeProgram(const ChildProcess::Program& program, Channels& channels,
-                                 const std::string& logPath)
+[[noreturn]] void executeProgram(const ChildProcess::Program& program, const std::string& logPath)
 {
-    forbidCoreFiles();
-    channels.takeOutputInChild();
     setenv("KO_PLATFORM_LOG", logPath.c_str(), 1);
     applyEnvironment(program);
-    std::vector<std::string> words = emulatorWords();
+#ifdef KO_TEST_EMULATOR
+    std::vector<std::string> words = {KO_TEST_EMULATOR};
+#else
+    std::vector<std::string> words;
+#endif
     words.push_back(program.path);
     words.insert(words.end(), program.arguments.begin(), program.arguments.end());
     std::vector<char*> pointers;
@@ -261,23 +204,6 @@ void applyEnvironment(const ChildProcess::Program& program)
 }
 
 } // namespace
-
-bool parseLogDatagram(const std::string& datagram, LogLine& line)
-{
-    int priority = 0;
-    int opcode = 0;
-    int consumed = -1;
-    const std::size_t bracket = datagram.find('[');
-    if (bracket == std::string::npos || std::sscanf(datagram.c_str(), "<%d>", &priority) != 1 ||
-        std::sscanf(datagram.c_str() + bracket, "[%*d]: (%d) %n", &opcode, &consumed) != 1 || consumed < 0)
-    {
-        return false;
-    }
-    line.opcode = opcode;
-    line.severity = priority & 7;
-    line.text = datagram.substr(datagram.find(") ") + 2);
-    return true;
-}
 
 std::vector<std::string> ChildResult::logTexts() const
 {
@@ -306,39 +232,26 @@ std::string ChildResult::describe() const
 
 ChildResult ChildProcess::run(const std::function<int()>& body, std::uint64_t timeoutMs)
 {
-    Channels channels;
-    channels.openPipes();
-    channels.openLogPair();
-    std::fflush(nullptr);
-    ChildResult result;
-    result.pid = fork();
-    if (result.pid == 0)
+    Run child;
+    if (child.fork())
     {
-        runForkedBody(body, channels);
+        runForkedBody(body, child.logPath());
     }
-    finish(channels, result, timeoutMs);
-    return result;
+    return child.finish(timeoutMs);
 }
 
 ChildResult ChildProcess::execute(const Program& program, std::uint64_t timeoutMs)
 {
-    const TemporaryDirectory directory;
-    Channels channels;
-    channels.openPipes();
-    channels.bindLogSocket(directory.file("log"));
-    std::fflush(nullptr);
-    ChildResult result;
-    result.pid = fork();
-    if (result.pid == 0)
+    Run child;
+    if (child.fork())
     {
-        executeProgram(program, channels, directory.file("log"));
+        executeProgram(program, child.logPath());
     }
     if (program.whileRunning)
     {
-        program.whileRunning(result.pid);
+        program.whileRunning(child.pid());
     }
-    finish(channels, result, timeoutMs);
-    return result;
+    return child.finish(timeoutMs);
 }
 
 } // namespace KoTest

@@ -56,7 +56,4 @@ public:
     static ChildResult execute(const Program& program, std::uint64_t timeoutMs = 20000);
 };
 
-/// Splits a datagram "<PRI>program[pid]: (opcode) line"; false when it does not have that form.
-bool parseLogDatagram(const std::string& datagram, LogLine& line);
-
 } // namespace KoTest

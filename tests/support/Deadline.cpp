@@ -1,9 +1,6 @@
 #include "tests/support/Deadline.h"
 
-#include <climits>
 #include <ctime>
-
-#include <sched.h>
 
 namespace KoTest
 {
@@ -42,29 +39,14 @@ unsigned int slowness()
 #endif
 }
 
-void yieldProcessor()
-{
-    sched_yield();
-}
-
 Stopwatch::Stopwatch()
     : m_startNs(nowNs())
 {
 }
 
-std::uint64_t Stopwatch::elapsedNs() const
-{
-    return nowNs() - m_startNs;
-}
-
-std::uint64_t Stopwatch::elapsedMs() const
-{
-    return elapsedNs() / NS_PER_MS;
-}
-
 testing::AssertionResult Stopwatch::isWithin(std::uint64_t lowerMs, std::uint64_t upperMs) const
 {
-    const std::uint64_t elapsed = elapsedNs();
+    const std::uint64_t elapsed = nowNs() - m_startNs;
     if (elapsed >= lowerMs * NS_PER_MS && elapsed <= upperMs * slowness() * NS_PER_MS)
     {
         return testing::AssertionSuccess();
@@ -81,17 +63,6 @@ Deadline::Deadline(std::uint64_t timeoutMs)
 bool Deadline::hasPassed() const
 {
     return nowNs() >= m_deadlineNs;
-}
-
-int Deadline::remainingMs() const
-{
-    const std::uint64_t now = nowNs();
-    if (now >= m_deadlineNs)
-    {
-        return 0;
-    }
-    const std::uint64_t remaining = (m_deadlineNs - now + NS_PER_MS - 1) / NS_PER_MS;
-    return remaining > INT_MAX ? INT_MAX : static_cast<int>(remaining);
 }
 
 } // namespace KoTest

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <sched.h>
+
 #include <gtest/gtest.h>
 
 namespace KoTest
@@ -18,9 +20,6 @@ class Stopwatch
 {
 public:
     Stopwatch();
-    std::uint64_t elapsedNs() const;
-    std::uint64_t elapsedMs() const;
-
     /// Succeeds when at least lowerMs have passed (to the nanosecond) and at most upperMs times slowness().
     testing::AssertionResult isWithin(std::uint64_t lowerMs, std::uint64_t upperMs) const;
 
@@ -34,22 +33,14 @@ class Deadline
 public:
     explicit Deadline(std::uint64_t timeoutMs = 10000);
     bool hasPassed() const;
-    /// Milliseconds left, rounded up, 0 when it has passed; fits poll().
-    int remainingMs() const;
 
 private:
     std::uint64_t m_deadlineNs;
 };
 
-/// Calls until condition() holds, yielding in between; false when the deadline passes first.
+/// Calls until condition() holds, giving up the processor in between; false when the deadline passes first.
 template <typename Condition>
-bool waitUntil(Condition condition, std::uint64_t timeoutMs = 10000);
-
-/// Gives up the processor for a moment.
-void yieldProcessor();
-
-template <typename Condition>
-bool waitUntil(Condition condition, std::uint64_t timeoutMs)
+bool waitUntil(Condition condition, std::uint64_t timeoutMs = 10000)
 {
     const Deadline deadline(timeoutMs);
     while (!condition())
@@ -58,7 +49,7 @@ bool waitUntil(Condition condition, std::uint64_t timeoutMs)
         {
             return false;
         }
-        yieldProcessor();
+        sched_yield();
     }
     return true;
 }

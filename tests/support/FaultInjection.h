@@ -50,7 +50,7 @@ public:
 /// The interposed calls other than allocation.
 enum FaultCall
 {
-    FAULT_OPEN, ///< open, openat
+    FAULT_OPEN, ///< openat, which opens all files of the platform layer
     FAULT_READ,
     FAULT_WRITE,
     FAULT_FUTEX, ///< the futex calls, which go through syscall()
