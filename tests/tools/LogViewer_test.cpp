@@ -117,19 +117,7 @@ TEST_F(LogViewer, hidesLinesLessSevereThanAsked)
     }
 }
 
-TEST_F(LogViewer, endsByItselfAfterTheCountOfShownLines)
-{
-    const KoTest::ChildResult result =
-        view({"--count", "2", "--severity", "Info"},
-             {"<15>a[1]: (1) hidden", "<13>a[1]: (1) first", "<13>a[1]: (1) second"}, 0);
-
-    EXPECT_THAT(linesOf(result.standardOutput),
-                ElementsAre("Info      module 0  code 1  first", "Info      module 0  code 1  second"));
-    EXPECT_EQ(result.exitStatus, 0) << result.describe();
-    EXPECT_FALSE(socketExists());
-}
-
-TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOn)
+TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOnUntilItsCountIsReached)
 {
     const std::vector<std::string> foreign = {"",
                                               "<",
