@@ -47,9 +47,11 @@ void CKoCriticalSection::lockContended() noexcept
         return;
     }
     // A timeout that the thread had armed for another call is gone with the first try and must not cost the
-    // lock.
-    while (KoPlatform::SyncMutexLock_r(&m_mutex) == ETIMEDOUT)
+    // lock, nor must a new owner that the kernel has chosen but not yet let run.
+    int error = ETIMEDOUT;
+    while (error == ETIMEDOUT || error == EINVAL)
     {
+        error = KoPlatform::SyncMutexLock_r(&m_mutex);
     }
 }
 

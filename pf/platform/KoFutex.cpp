@@ -138,6 +138,11 @@ int futexLock(unsigned int* word, bool shared, unsigned long long deadlineNs)
     return lockInSlices(word, shared, deadlineNs);
 }
 
+int futexTryLock(unsigned int* word, bool shared)
+{
+    return callFutex(SYS_futex, word, operationFor(FUTEX_TRYLOCK_PI, shared), 0U, nullptr, nullptr, 0U);
+}
+
 int futexUnlock(unsigned int* word, bool shared)
 {
     return callFutex(SYS_futex, word, operationFor(FUTEX_UNLOCK_PI, shared), 0U, nullptr, nullptr, 0U);

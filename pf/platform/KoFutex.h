@@ -14,8 +14,13 @@ constexpr unsigned int OWNER_WAITERS = 0x80000000U;
 /// Whether the kernel knows priority-inheriting words: 0, or `ENOTSUP`.
 int futexCheckPriorityInheritance();
 
-/// Waits until the kernel has made the caller the owner of the word.
+/// Waits until the kernel has made the caller the owner of the word. `ESRCH` as for futexTryLock; `EPERM`
+/// likewise when the owner is a stranger.
 int futexLock(unsigned int* word, bool shared, unsigned long long deadlineNs);
+
+/// Makes the caller the owner of a word whose owner ended, if that can be done at once. `ESRCH` when the
+/// owner is gone and nobody waits for the word, so that the caller may take it itself.
+int futexTryLock(unsigned int* word, bool shared);
 
 /// Hands the caller's word to the first waiter, or frees it.
 int futexUnlock(unsigned int* word, bool shared);

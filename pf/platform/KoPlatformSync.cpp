@@ -96,7 +96,8 @@ void noteDeadOwner(_sync& mutex)
     setCount(mutex, (countWord(mutex) & SYNC_KIND) | SYNC_OWNER_DIED);
 }
 
-/// Takes a mutex whose owner is known to be dead, unless another thread was faster.
+/// Takes a mutex whose owner is known to be gone, unless another thread was faster. Nobody may wait for it in
+/// the kernel: the first one who does is its next owner and does not ask.
 bool takeFromDead(_sync& mutex, unsigned int word, unsigned int self)
 {
     if (!exchangeOwner(mutex, word, self | (word & OWNER_WAITERS)))
@@ -113,6 +114,18 @@ bool takeFromDead(_sync& mutex, unsigned int word, unsigned int self)
 bool isOwnerGone(const _sync& mutex, unsigned int word)
 {
     return (word & OWNER_ID) != 0U && !threadExists(word & OWNER_ID, isShared(mutex));
+}
+
+/// Whether the owner of a private mutex is gone and nobody waits in the kernel. Where somebody may, only the
+/// kernel can tell, but for one case: in a forked child nobody ever waits for a thread that stayed behind in
+/// the parent.
+bool wasAbandoned(const _sync& mutex, unsigned int word)
+{
+    if (isShared(mutex) || !isOwnerGone(mutex, word))
+    {
+        return false;
+    }
+    return (word & OWNER_WAITERS) == 0U || (isForkedChild() && threadExists(word & OWNER_ID, true));
 }
 
 /// What remains to be done when the kernel has made the caller the owner.
@@ -187,7 +200,7 @@ public:
                 return 0;
             }
             const unsigned int word = ownerWord(m_mutex);
-            if (wasAbandoned(word) && takeFromDead(m_mutex, word, m_self))
+            if (wasAbandoned(m_mutex, word) && takeFromDead(m_mutex, word, m_self))
             {
                 return 0;
             }
@@ -197,7 +210,7 @@ public:
                 finishKernelLock(m_mutex);
                 return 0;
             }
-            if (error == ESRCH && takeFromDead(m_mutex, word, m_self))
+            if (ownerDied(error, word) && takeFromDead(m_mutex, word, m_self))
             {
                 return 0;
             }
@@ -213,9 +226,12 @@ public:
     }
 
 private:
-    /// Of a shared mutex the kernel tells it. The owner of a private one may have stayed behind in the parent
-    /// of this process, or its id may have gone to a stranger: the kernel would wait for either.
-    bool wasAbandoned(unsigned int word) const { return !isShared(m_mutex) && isOwnerGone(m_mutex, word); }
+    /// Whether the kernel means that the owner is gone and nobody waits. It refuses to wait for a stranger,
+    /// who got the id of a dead thread of this process.
+    bool ownerDied(int error, unsigned int word) const
+    {
+        return error == ESRCH || (error == EPERM && !isShared(m_mutex) && isOwnerGone(m_mutex, word));
+    }
 
     bool isFinal(int error)
     {
@@ -273,6 +289,27 @@ int waitForMutex(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
         return 0;
     }
     return KernelWait(mutex, self, deadlineNs).run();
+}
+
+/// Takes a mutex at once whose owner is gone.
+bool tryTakeOver(_sync& mutex, unsigned int self)
+{
+    const unsigned int word = ownerWord(mutex);
+    if (!isOwnerGone(mutex, word))
+    {
+        return false;
+    }
+    if (wasAbandoned(mutex, word))
+    {
+        return takeFromDead(mutex, word, self);
+    }
+    const int error = futexTryLock(&mutex.owner, isShared(mutex));
+    if (error == 0)
+    {
+        finishKernelLock(mutex);
+        return true;
+    }
+    return error == ESRCH && takeFromDead(mutex, word, self);
 }
 
 int setFlag(SyncAttributes* attributes, unsigned int flag, int enabled)
@@ -390,8 +427,7 @@ int pthread_mutex_trylock(_sync* mutex)
     {
         return lockAgain(*mutex, EBUSY);
     }
-    const unsigned int word = ownerWord(*mutex);
-    return isOwnerGone(*mutex, word) && takeFromDead(*mutex, word, self) ? 0 : EBUSY;
+    return tryTakeOver(*mutex, self) ? 0 : EBUSY;
 }
 
 int pthread_mutex_timedlock_monotonic(_sync* mutex, unsigned long long deadlineNs)

@@ -108,10 +108,13 @@ const EndOfThreadKey& endOfThreadKey()
     return sKey;
 }
 
+bool sIsForkedChild = false;
+
 /// The child has one thread, with a new kernel id, and it is the main thread.
 void startOverInChild()
 {
     sThreadIdentity = KoPlatform::SThreadIdentity{0U, 0};
+    sIsForkedChild = true;
     for (unsigned int& word : sTaken)
     {
         __atomic_store_n(&word, 0U, __ATOMIC_RELAXED);
@@ -164,6 +167,11 @@ int loadThreadId()
     }
     errno = savedErrno;
     return sThreadIdentity.threadId;
+}
+
+bool isForkedChild()
+{
+    return sIsForkedChild;
 }
 
 } // namespace KoPlatform

@@ -48,4 +48,7 @@ inline int threadSelf()
     return id != 0 ? id : loadThreadId();
 }
 
+/// Whether the process was forked off one that used the functions above.
+bool isForkedChild();
+
 } // namespace KoPlatform

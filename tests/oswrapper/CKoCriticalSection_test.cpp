@@ -137,16 +137,6 @@ TEST(CKoCriticalSection, IsNotReleasedByOthersNorLostToAnArmedTimeout)
     EXPECT_TRUE(entered);
 }
 
-TEST(CKoCriticalSection, IsTakenOverFromAThreadThatEnded)
-{
-    CKoCriticalSection section;
-    std::thread([&] { section.lock(); }).join();
-    section.lock();
-    EXPECT_NE(ownerOf(section), 0U);
-    section.unlock();
-    EXPECT_EQ(ownerOf(section), 0U);
-}
-
 TEST(CKoCriticalSection, LogsWhenItIsDestroyedLocked)
 {
     const KoTest::LogCapture log;

@@ -47,16 +47,12 @@ TEST(CKoMutex, LocksByTimeOut)
         EXPECT_FALSE(othersLock(mutex, timeoutMs)) << "fails even though it is free, " << timeoutMs;
     }
     ASSERT_TRUE(mutex.lock());
-    const struct
-    {
-        int timeoutMs;
-        unsigned int lowerMs;
-    } cases[] = {{0, 0}, {-2, 0}, {INT_MIN, 0}, {1, 1}, {60, 60}, {1001, 1001}};
-    for (const auto& test : cases)
+    for (const int timeoutMs : {-2, 0, 1, 60, 1001})
     {
         const Stopwatch watch;
-        EXPECT_FALSE(othersLock(mutex, test.timeoutMs)) << test.timeoutMs;
-        EXPECT_TRUE(watch.isWithin(test.lowerMs, test.lowerMs + 500)) << test.timeoutMs;
+        EXPECT_FALSE(othersLock(mutex, timeoutMs)) << timeoutMs;
+        const unsigned int lowerMs = timeoutMs < 0 ? 0U : static_cast<unsigned int>(timeoutMs);
+        EXPECT_TRUE(watch.isWithin(lowerMs, lowerMs + 500)) << timeoutMs;
     }
     EXPECT_FALSE(mutex.lock()) << "its owner is not blocked";
     EXPECT_EQ(mutex.unlock(), 0);

@@ -22,7 +22,6 @@ namespace
 TEST(PlatformProcess, ReadsItsArgumentsBeforeAnyConstructorAndWithoutTheHeap)
 {
     const std::vector<std::vector<std::string>> lines = {
-        {},
         {"one", "", "two words", ""},
         {std::string(100000, 'x'), "\xc3\xa9\n", std::string(70000, 'y'), "end"},
     };
@@ -146,14 +145,11 @@ TEST(PlatformProcess, StartsAProgramWithTheCallersMaskAndWithoutItsHandlers)
     ASSERT_EQ(KoPlatform::SignalProcmask_r(0, 0, SIG_SETMASK, &former, &blocked), 0);
     ASSERT_GT(pid, 0);
     EXPECT_EQ(sigismember(&blocked, SIGWINCH), 1) << "the caller's own mask is back";
-    EXPECT_EQ(sigismember(&blocked, SIGTERM), 0);
     int status = 0;
     EXPECT_EQ(waitpid(pid, &status, 0), pid);
     EXPECT_EQ(status, SIGUSR1);
     EXPECT_EQ(directory.read("program.out"), "0000000008000000\n");
     std::signal(SIGUSR1, SIG_DFL);
-    EXPECT_EQ(KoPlatform::SignalProcmask_r(1, 0, SIG_SETMASK, &former, nullptr), EINVAL);
-    EXPECT_EQ(KoPlatform::SignalProcmask_r(0, 0, 99, &former, nullptr), EINVAL);
 }
 
 } // namespace
