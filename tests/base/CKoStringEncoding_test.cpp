@@ -79,25 +79,26 @@ Seen takeByPrintf(const std::string& bytes)
     return see(string);
 }
 
-Seen takeByStream(const std::string& bytes)
-{
-    const unsigned int size = static_cast<unsigned int>(bytes.size());
-    MemoryStream stream;
-    stream.write(&size, sizeof(size));
-    stream.write(bytes.data(), size);
-    CKoString string("old");
-    stream >> string;
-    return see(string);
-}
-
-Seen takeByAlignedStream(const std::string& bytes)
+MemoryStream streamOf(const std::string& bytes)
 {
     const unsigned int size = static_cast<unsigned int>(bytes.size());
     MemoryStream stream;
     stream.write(&size, sizeof(size));
     stream.write(bytes.c_str(), size + 1U);
+    return stream;
+}
+
+Seen takeByStream(const std::string& bytes)
+{
+    CKoString string("old");
+    streamOf(bytes) >> string;
+    return see(string);
+}
+
+Seen takeByAlignedStream(const std::string& bytes)
+{
     CKoString string;
-    CKoString::fromNubStream(stream, string);
+    CKoString::fromNubStream(streamOf(bytes), string);
     return see(string);
 }
 
@@ -228,45 +229,32 @@ TEST(CKoStringEncoding, CodePointsTakeOneToSixBytes)
 
 TEST(CKoStringEncoding, ConvertersReplaceTheContentAndLeaveSharersAlone)
 {
-    const unsigned short narrow[] = {0x41U, 0xD83DU, 0xDE00U};
-    const unsigned int wide[] = {0x41U, 0x42U, 0x20ACU};
-    using Convert = void (*)(CKoString&, const unsigned short*, const unsigned int*);
+    static const unsigned short NARROW[] = {0x41U, 0xD83DU, 0xDE00U};
+    static const unsigned int WIDE[] = {0x41U, 0x42U, 0x20ACU};
     struct Case
     {
-        Convert convert;
-        Seen ownBlock; ///< from a block of capacity 20
-        Seen sharedBlock;
+        void (*convert)(CKoString& string);
+        Seen own; ///< from a block of capacity 20
+        unsigned int sharedCapacity;
     };
     const Case cases[] = {
-        {[](CKoString& s, const unsigned short* n, const unsigned int*) { s.fromUCS2Sequence(n, 3U); },
-         {"A\xED\xA0\xBD\xED\xB8\x80", 3U, 20U},
-         {"A\xED\xA0\xBD\xED\xB8\x80", 3U, 7U}},
-        {[](CKoString& s, const unsigned short*, const unsigned int* w) { s.fromUCS4Sequence(w, 3U); },
-         {"AB\xE2\x82\xAC", 3U, 20U},
-         {"AB\xE2\x82\xAC", 3U, 5U}},
-        {[](CKoString& s, const unsigned short*, const unsigned int* w) { s.fromWCharSequence(w, w + 2); },
-         {"AB", 2U, 2U},
-         {"AB", 2U, 2U}},
-        {[](CKoString& s, const unsigned short*, const unsigned int* w) { s.fromUCS4Sequence(w, 0U); },
-         {"", 0U, 20U},
-         {"", 0U, 0U}},
-        {[](CKoString& s, const unsigned short*, const unsigned int* w) { s.fromWCharSequence(w, w); },
-         {"", 0U, 0U},
-         {"", 0U, 0U}},
+        {[](CKoString& s) { s.fromUCS2Sequence(NARROW, 3U); }, {"A\xED\xA0\xBD\xED\xB8\x80", 3U, 20U}, 7U},
+        {[](CKoString& s) { s.fromUCS4Sequence(WIDE, 3U); }, {"AB\xE2\x82\xAC", 3U, 20U}, 5U},
+        {[](CKoString& s) { s.fromWCharSequence(WIDE, WIDE + 2); }, {"AB", 2U, 2U}, 2U},
+        {[](CKoString& s) { s.fromUCS4Sequence(WIDE, 0U); }, {"", 0U, 20U}, 0U},
+        {[](CKoString& s) { s.fromWCharSequence(WIDE, WIDE); }, {"", 0U, 0U}, 0U},
     };
     for (const Case& c : cases)
     {
         CKoString own("old text");
         own.reserve(20U);
-        CKoString shared(own);
-        const CKoString sharer(own);
-        c.convert(shared, narrow, wide);
-        EXPECT_EQ(see(shared), c.sharedBlock);
-        EXPECT_EQ(see(sharer), (Seen{"old text", 8U, 20U}));
-        shared = CKoString();
-        const_cast<CKoString&>(sharer) = CKoString();
-        c.convert(own, narrow, wide);
-        EXPECT_EQ(see(own), c.ownBlock);
+        CKoString shared("old text");
+        const CKoString sharer(shared);
+        c.convert(own);
+        c.convert(shared);
+        EXPECT_EQ(see(own), c.own);
+        EXPECT_EQ(see(shared), (Seen{c.own.text, c.own.length, c.sharedCapacity}));
+        EXPECT_EQ(textOf(sharer), "old text");
     }
 }
 

@@ -1,6 +1,6 @@
 #include "pf/base/CKoString.h"
 
-#include <climits>
+#include <algorithm>
 #include <string>
 
 #include "pf/base/TKoFormatString.h"

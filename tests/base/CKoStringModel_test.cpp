@@ -1,6 +1,8 @@
 #include "pf/base/CKoString.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "tests/base/StringTesting.h"
@@ -50,8 +52,9 @@ void edit(Pair& pair, const Pair& other, Random& random)
 {
     const unsigned int index = random.below(static_cast<unsigned int>(pair.model.size()) + 1U);
     const unsigned int count = random.below(4);
-    const Characters::iterator from = pair.model.begin() + static_cast<std::ptrdiff_t>(index);
-    const Characters::iterator to = from + std::min<std::ptrdiff_t>(count, pair.model.end() - from);
+    const Characters::iterator from = std::next(pair.model.begin(), static_cast<int>(index));
+    const Characters::iterator to =
+        std::next(from, std::min(static_cast<int>(count), static_cast<int>(pair.model.end() - from)));
     const Characters inserted = other.model;
     Position position = pair.string.begin();
     position += static_cast<int>(index);
@@ -90,13 +93,11 @@ void edit(Pair& pair, const Pair& other, Random& random)
         pair.model = Characters(from, to);
         break;
     case 7:
-        pair.string = index % 2U == 0U ? other.string : other.string.getRight(count);
-        pair.model = other.model;
-        if (index % 2U != 0U)
+        pair.string = count == 0U ? other.string : other.string.getRight(index);
+        pair.model = inserted;
+        if (count != 0U && index < inserted.size())
         {
-            pair.model.erase(pair.model.begin(),
-                             pair.model.end() -
-                                 std::min<std::ptrdiff_t>(count, pair.model.end() - pair.model.begin()));
+            pair.model.assign(std::prev(inserted.end(), static_cast<int>(index)), inserted.end());
         }
         break;
     default:
@@ -143,39 +144,21 @@ TEST(CKoStringModel, TextWithOddContinuationBytesStaysInsideItsBlockAndKeepsAPla
             Position position = random.below(2) == 0 ? string.begin() : string.end();
             position += static_cast<int>(random.below(10)) - 5;
             Random choice(static_cast<unsigned int>(turn * 8 + step));
+            // clang-format off
             switch (choice.below(10))
             {
-            case 0:
-                string.insert(position, other);
-                break;
-            case 1:
-                string.remove(position, choice.below(4));
-                break;
-            case 2:
-                string.replace(position, choice.below(4), other);
-                break;
-            case 3:
-                string.truncate(choice.below(8));
-                break;
-            case 4:
-                string.truncate(position);
-                break;
-            case 5:
-                string = string.getLeft(choice.below(9)) + string.getRight(choice.below(9));
-                break;
-            case 6:
-                string = string.getMid(position, choice.below(9));
-                break;
-            case 7:
-                string = string.getRight(position);
-                break;
-            case 8:
-                string.replaceAll(other, string.getLeft(1U));
-                break;
-            default:
-                string.append(other).trim();
-                break;
+            case 0: string.insert(position, other); break;
+            case 1: string.remove(position, choice.below(4)); break;
+            case 2: string.replace(position, choice.below(4), other); break;
+            case 3: string.truncate(choice.below(8)); break;
+            case 4: string.truncate(position); break;
+            case 5: string = string.getLeft(choice.below(9)) + string.getRight(choice.below(9)); break;
+            case 6: string = string.getMid(position, choice.below(9)); break;
+            case 7: string = string.getRight(position); break;
+            case 8: string.replaceAll(other, string.getLeft(1U)); break;
+            default: string.append(other).trim(); break;
             }
+            // clang-format on
             const unsigned int bytes = string.byteLength();
             ASSERT_LE(string.length(), bytes);
             ASSERT_EQ(string.length() == 0U, bytes == 0U);

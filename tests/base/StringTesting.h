@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -62,27 +63,22 @@ struct Accepted
 inline Accepted accept(const std::string& bytes)
 {
     Accepted accepted = {"", 0U};
-    for (std::size_t at = 0, n = 0; at < bytes.size(); at += n, ++accepted.characters)
+    for (std::size_t at = 0; at < bytes.size(); ++accepted.characters)
     {
-        const unsigned int lead = static_cast<unsigned char>(bytes[at]);
-        n = lead < 0x80   ? 1
-            : lead < 0xC0 ? 0
-            : lead < 0xE0 ? 2
-            : lead < 0xF0 ? 3
-            : lead < 0xF8 ? 4
-            : lead < 0xFC ? 5
-            : lead < 0xFE ? 6
-                          : 0;
-        bool isGood = n != 0 && at + n <= bytes.size();
-        for (std::size_t i = 1; isGood && i < n; ++i)
+        std::size_t n = 0; // top bits of the lead: none for ASCII, one for a byte that leads nothing
+        while (n < 8 && (static_cast<unsigned char>(bytes[at]) & 0x80U >> n) != 0)
         {
-            isGood = (static_cast<unsigned char>(bytes[at + i]) & 0x80U) != 0;
+            ++n;
         }
-        if (!isGood)
+        const std::string sequence = bytes.substr(at, n == 0 ? 1 : n);
+        const auto isOpen = [](char byte) { return (static_cast<unsigned char>(byte) & 0x80U) != 0; };
+        if (n == 1 || n > 6 || sequence.size() < n ||
+            (n != 0 && !std::all_of(sequence.begin(), sequence.end(), isOpen)))
         {
-            return accepted;
+            break;
         }
-        accepted.text.append(bytes, at, n);
+        accepted.text += sequence;
+        at += sequence.size();
     }
     return accepted;
 }
