@@ -34,15 +34,21 @@ CKoRCMemoryBuffer::CKoRCMemoryBuffer(unsigned int size)
     : m_data(&sNullBuffer)
 {
     if (isValidSize(size))
+    {
         m_data = createBlock(size);
+    }
     else
+    {
         doCheapAssert(__LINE__, FILE_TEXT);
+    }
 }
 
 CKoRCMemoryBuffer& CKoRCMemoryBuffer::operator=(const CKoRCMemoryBuffer& other)
 {
     if (m_data == other.m_data)
+    {
         return *this;
+    }
     CKoRCMemoryBuffer copy(other);
     std::swap(m_data, copy.m_data);
     return *this;
@@ -51,16 +57,22 @@ CKoRCMemoryBuffer& CKoRCMemoryBuffer::operator=(const CKoRCMemoryBuffer& other)
 unsigned char* CKoRCMemoryBuffer::getBuffer()
 {
     if (isShared())
+    {
         doCheapAssert(__LINE__, FILE_TEXT);
+    }
     return m_data->data;
 }
 
 bool CKoRCMemoryBuffer::operator==(const CKoRCMemoryBuffer& other) const
 {
     if (m_data == other.m_data)
+    {
         return true;
+    }
     if (m_data->data == nullptr || other.m_data->data == nullptr || getSize() != other.getSize())
+    {
         return false;
+    }
     return std::memcmp(m_data->data, other.m_data->data, getSize()) == 0;
 }
 
@@ -72,7 +84,9 @@ bool CKoRCMemoryBuffer::isValidSize(unsigned int size)
 CKoRCMemoryBuffer::SData* CKoRCMemoryBuffer::createBlock(unsigned int size)
 {
     if (size == 0)
+    {
         return &sNullBuffer;
+    }
     void* const memory = KoMemory::allocChecked(allocationSize(size));
     return ::new (memory) SData{1, size, static_cast<unsigned char*>(memory) + DATA_OFFSET};
 }
@@ -91,14 +105,18 @@ void CKoRCMemoryBuffer::dropBlock()
     // Who reads 1 holds the only reference, so nobody can count up any more. After a decrement that leaves
     // references another thread may free the block.
     if (KoAtomic::load(block->refCount) == 1 || !KoAtomic::testDecrement(block->refCount))
+    {
         KoMemory::release(block);
+    }
 }
 
 /// Resizes a block that nobody shares, keeping its bytes.
 CKoRCMemoryBuffer::SData* CKoRCMemoryBuffer::resizeBlock(SData* block, unsigned int size)
 {
     if (block == &sNullBuffer)
+    {
         return createBlock(size);
+    }
     void* const memory = KoMemory::reallocChecked(block, allocationSize(size));
     return ::new (memory) SData{1, size, static_cast<unsigned char*>(memory) + DATA_OFFSET};
 }
@@ -120,9 +138,13 @@ void CKoRCMemoryBuffer::readFrom(const IKoIStream& stream)
         size += std::min(piece, stream.read(result.m_data->data + size, piece));
     }
     if (size == 0)
+    {
         result.removeRef();
+    }
     else if (size < result.getSize())
+    {
         result.m_data = resizeBlock(result.m_data, size);
+    }
     std::swap(m_data, result.m_data);
 }
 
@@ -131,7 +153,9 @@ IKoOStream& operator<<(IKoOStream& stream, const CKoRCMemoryBuffer& buffer)
     const unsigned int size = buffer.getSize();
     stream << size;
     if (size > 0 && stream.write(buffer.getBuffer(), size) < size)
+    {
         doCheapAssert(__LINE__, FILE_TEXT);
+    }
     return stream;
 }
 

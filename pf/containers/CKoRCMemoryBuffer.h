@@ -52,18 +52,23 @@ public:
     /// Whether another buffer refers to the same block.
     bool isShared() const { return KoAtomic::load(m_data->refCount) >= 2; }
 
-    /// Counts one more reference to the block, for an owner that is no buffer object.
+    /// Counts one more reference to the block, for an owner that is no buffer object and that sees to it that
+    /// a buffer of the block drops one reference more.
     void addRef()
     {
         if (m_data != &sNullBuffer)
+        {
             KoAtomic::increment(m_data->refCount);
+        }
     }
 
     /// Drops one reference, frees the block with the last one, and leaves this buffer empty.
     void removeRef()
     {
         if (m_data != &sNullBuffer)
+        {
             dropBlock();
+        }
     }
 
     /// The same block, or the same number of the same bytes. Null blocks equal each other only.

@@ -41,7 +41,9 @@ CKoRawMemoryBuffer::CKoRawMemoryBuffer(unsigned int capacity, void* (*allocate)(
     const unsigned int size = capacity + static_cast<unsigned int>(sizeof(SHeader));
     void* const memory = isCustom ? allocate(size) : allocateByOperatorNew(size);
     if (memory != nullptr)
+    {
         m_block = ::new (memory) SHeader{capacity, isCustom ? 1U : 0U};
+    }
 }
 
 CKoRawMemoryBuffer::~CKoRawMemoryBuffer()
@@ -64,13 +66,21 @@ void CKoRawMemoryBuffer::release(void (*deallocate)(void*))
     SHeader* const block = m_block;
     m_block = nullptr;
     if (block == nullptr)
+    {
         return;
+    }
     if (deallocate != nullptr)
+    {
         deallocate(block);
+    }
     else if (block->isCustom != 0)
+    {
         KoMemory::release(block);
+    }
     else
+    {
         ::operator delete(block);
+    }
 }
 
 unsigned int CKoRawMemoryBuffer::adjustCapacity(unsigned int capacity)

@@ -1,33 +1,21 @@
 #include "pf/containers/CKoVectorBase.h"
 
 #include "pf/containers/KoVectorAssertions.h"
+#include "pf/containers/KoVectorSlots.h"
 #include "pf/oswrapper/KoAtomic.h"
 #include "pf/oswrapper/KoMemory.h"
 
 #include <algorithm>
 #include <climits>
-#include <functional>
 #include <new>
 
 namespace
 {
 
+using KoPrivate::slotAt;
+
 constexpr int MIN_CAPACITY = 4;
 constexpr int MAX_BITS = 31; ///< of a positive int
-
-template <class Block>
-const char* slotAt(const Block* block, int index, int elemSize)
-{
-    const auto offset = static_cast<std::size_t>(index) * static_cast<std::size_t>(elemSize);
-    return static_cast<const char*>(static_cast<const void*>(block + 1)) + offset;
-}
-
-template <class Block>
-char* slotAt(Block* block, int index, int elemSize)
-{
-    const auto offset = static_cast<std::size_t>(index) * static_cast<std::size_t>(elemSize);
-    return static_cast<char*>(static_cast<void*>(block + 1)) + offset;
-}
 
 /// Header and slots have to fit into the 32 bits of an allocation.
 template <class Block>
@@ -59,31 +47,24 @@ void bookChange(unsigned int& counter, int change)
 
 } // namespace
 
-/// What an insertion works with.
-struct CKoVectorBase::SInsertion
-{
-    int pos;
-    int count;
-    int oldSize;
-    int elemSize;
-    const char* src;
-    AssignFunction assign;
-    CopyConstructFunction copyConstruct;
-    RelocateFunction relocate;
-};
-
 static_assert(sizeof(CKoVectorBase) == sizeof(void*), "a vector is one pointer");
 
 CKoVectorBase::CKoVectorBase(int capacity, CapacityFunction capacityFunction, int elemSize)
     : m_data(nullptr)
 {
     if (capacity < 1 && capacityFunction != nullptr)
+    {
         capacity = MIN_CAPACITY;
+    }
     if (capacity < 1)
+    {
         return;
+    }
     internal_reserve(capacity, elemSize, true, nullptr);
     if (m_data != nullptr)
+    {
         m_data->capacityFunction = capacityFunction;
+    }
 }
 
 CKoVectorBase::CKoVectorBase(const SVectorData* other, int elemSize)
@@ -91,7 +72,9 @@ CKoVectorBase::CKoVectorBase(const SVectorData* other, int elemSize)
                     elemSize)
 {
     if (m_data == nullptr)
+    {
         return;
+    }
     m_data->size = other->size;
     internal_bookElements(m_data, other->size);
 }
@@ -99,7 +82,9 @@ CKoVectorBase::CKoVectorBase(const SVectorData* other, int elemSize)
 int CKoVectorBase::calculateActualCapacity(int requested, int)
 {
     if (requested <= MIN_CAPACITY)
+    {
         return MIN_CAPACITY;
+    }
     // As many doublings as requested - 1 has bits lead to the first power of two that is enough.
     const int bits = __builtin_clz(1U) + 1 - __builtin_clz(static_cast<unsigned int>(requested) - 1U);
     return bits < MAX_BITS ? 1 << bits : INT_MAX;
@@ -109,7 +94,9 @@ CKoVectorBase::SVectorData* CKoVectorBase::internal_reserve(int requested, int e
                                                             RelocateFunction relocateOrCopy)
 {
     if (requested <= capacity() && !exact)
+    {
         return nullptr;
+    }
 
     const int newCapacity = exact ? exactCapacity(requested) : grownCapacity(requested, elemSize);
     if (!fitsIntoBlock<SVectorData>(newCapacity, elemSize))
@@ -121,9 +108,13 @@ CKoVectorBase::SVectorData* CKoVectorBase::internal_reserve(int requested, int e
     SVectorData* const old = m_data;
     replaceBlock(newCapacity, elemSize);
     if (old == nullptr || m_data == nullptr || relocateOrCopy == nullptr)
+    {
         return old;
+    }
     if (!relocateOrCopy(slotAt(m_data, 0, elemSize), slotAt(old, 0, elemSize), old->size))
+    {
         return old;
+    }
     KoMemory::release(old);
     return nullptr;
 }
@@ -138,52 +129,32 @@ bool CKoVectorBase::internal_makeRoom(int more, int elemSize, RelocateFunction r
     }
     const int requested = oldSize + more;
     if (relocate == nullptr && m_data != nullptr)
-        growBitwise(requested, elemSize);
-    else // leaves nothing to release: the capacity it gives is above 0, and relocating ends the old block
-        internal_reserve(requested, elemSize, false, relocate);
-    return capacity() >= requested;
-}
-
-void CKoVectorBase::internal_insert(int pos, int count, const void* src, int elemSize, AssignFunction assign,
-                                    CopyConstructFunction copyConstruct, RelocateFunction relocate)
-{
-    if (count == 0)
-        return;
-
-    const int oldSize = size();
-    if (count < 0 || pos < 0 || pos > oldSize || src == nullptr || count > INT_MAX - oldSize)
     {
-        KoContainerAssertions::reportAssertion(KoContainerAssertions::InvalidParameter, "TKoVector.insert()",
-                                               __LINE__);
-        return;
+        growBitwise(requested, elemSize);
     }
-
-    SVectorData* const old = internal_reserve(oldSize + count, elemSize, false, nullptr);
-    if (capacity() < oldSize + count)
-        return;
-
-    const SInsertion insertion = {pos,    count,         oldSize, elemSize, static_cast<const char*>(src),
-                                  assign, copyConstruct, relocate};
-    if (old == nullptr)
-        insertInPlace(insertion);
     else
-        insertIntoNewBlock(insertion, old);
-    internal_bookElements(m_data, count);
-    m_data->size += count;
+    { // leaves nothing to release: the capacity it gives is above 0, and relocating ends the old block
+        internal_reserve(requested, elemSize, false, relocate);
+    }
+    return capacity() >= requested;
 }
 
 void CKoVectorBase::internal_erase(int first, int last, int elemSize, AssignFunction assign,
                                    DestroyFunction destroy)
 {
     const int oldSize = size();
-    if (!KoVectorAssertions::checkErase(first, last, oldSize, __LINE__))
+    if (!KoVectorAssertions::checkErase(first, last, oldSize, __LINE__) || m_data == nullptr)
+    {
         return;
+    }
 
     const int count = last - first + 1;
     const int newSize = oldSize - count;
     internal_bookElements(m_data, -count);
     if (newSize > first)
+    {
         assign(slotAt(m_data, first, elemSize), slotAt(m_data, last + 1, elemSize), newSize - first);
+    }
     destroy(slotAt(m_data, newSize, elemSize), count);
     m_data->size = newSize;
 }
@@ -192,12 +163,16 @@ void CKoVectorBase::internal_resize(int newSize, int elemSize, const void* value
                                     CopyConstructFunction copyConstruct, DestroyFunction destroy)
 {
     if (!KoVectorAssertions::checkResize(newSize, __LINE__))
+    {
         return;
+    }
 
     // The elements are copied here and not by the reserve, because `value` may lie in the old block.
     SVectorData* const old = internal_reserve(newSize, elemSize, false, nullptr);
     if (m_data == nullptr || m_data->capacity < newSize)
+    {
         return;
+    }
 
     const int oldSize = m_data->size;
     const bool isBitwise =
@@ -205,9 +180,13 @@ void CKoVectorBase::internal_resize(int newSize, int elemSize, const void* value
     m_data->size = newSize;
     internal_bookElements(m_data, newSize - oldSize);
     for (int i = oldSize; i < newSize; ++i)
+    {
         copyConstruct(slotAt(m_data, i, elemSize), value, 1);
+    }
     if (newSize < oldSize)
+    {
         destroy(slotAt(m_data, newSize, elemSize), oldSize - newSize);
+    }
     releaseOld(old, isBitwise, destroy);
 }
 
@@ -220,11 +199,15 @@ void CKoVectorBase::internal_push_back(int elemSize, const void* value, CopyCons
     if (oldSize == capacity())
     {
         if (oldSize == INT_MAX)
+        {
             return reportReserve(__LINE__);
+        }
         // As in internal_resize: the old block stays until `value` is copied.
         old = internal_reserve(oldSize + 1, elemSize, false, nullptr);
         if (capacity() == oldSize)
+        {
             return;
+        }
         isBitwise =
             old != nullptr && copyConstruct(slotAt(m_data, 0, elemSize), slotAt(old, 0, elemSize), oldSize);
     }
@@ -237,7 +220,9 @@ void CKoVectorBase::internal_push_back(int elemSize, const void* value, CopyCons
 bool CKoVectorBase::internal_pop_back()
 {
     if (isEmpty())
+    {
         return false;
+    }
     --m_data->size;
     internal_bookElements(m_data, -1);
     return true;
@@ -257,10 +242,14 @@ const void* CKoVectorBase::internal_get(int index, int elemSize) const
 bool CKoVectorBase::internal_replace(int pos, int count, const void* src)
 {
     if (count == 0)
+    {
         return false;
+    }
     // Without elements no position is valid, so the block is there when all holds.
     if (count > 0 && pos >= 0 && pos < size() && count <= size() - pos && src != nullptr)
+    {
         return true;
+    }
     KoContainerAssertions::reportAssertion(KoContainerAssertions::InvalidParameter, "TKoVector.replace()",
                                            __LINE__);
     return false;
@@ -272,7 +261,9 @@ int CKoVectorBase::internal_find(EqualFunction equal, int elemSize, const void* 
     for (int i = 0; i < count; ++i)
     {
         if (equal(slotAt(m_data, i, elemSize), value))
+        {
             return i;
+        }
     }
     return -1;
 }
@@ -281,23 +272,31 @@ int CKoVectorBase::internal_rfind(EqualFunction equal, int elemSize, const void*
 {
     int i = size() - 1;
     while (i >= 0 && !equal(slotAt(m_data, i, elemSize), value))
+    {
         --i;
+    }
     return i;
 }
 
 bool CKoVectorBase::internal_compare(const CKoVectorBase& other, EqualRunsFunction equalRuns) const
 {
     if (this == &other)
+    {
         return true;
+    }
     if (size() != other.size())
+    {
         return false;
+    }
     return isEmpty() || equalRuns(m_data + 1, other.m_data + 1, size());
 }
 
 void CKoVectorBase::internal_destruct(SVectorData* block, DestroyFunction destroy)
 {
     if (block == nullptr)
+    {
         return;
+    }
     if (block->ramWatch != nullptr)
     {
         bookChange(block->ramWatch->elementCount, -block->size);
@@ -311,15 +310,21 @@ void CKoVectorBase::internal_destruct(SVectorData* block, DestroyFunction destro
 void CKoVectorBase::internal_bookElements(const SVectorData* block, int change)
 {
     if (block->ramWatch != nullptr)
+    {
         bookChange(block->ramWatch->elementCount, change);
+    }
 }
 
 void CKoVectorBase::releaseOld(SVectorData* old, bool isBitwise, DestroyFunction destroy)
 {
     if (isBitwise)
+    {
         KoMemory::release(old);
+    }
     else
+    {
         internal_destruct(old, destroy);
+    }
 }
 
 /// The capacity that the growth policy gives. Where the block of a generous policy would be too large, the
@@ -342,7 +347,9 @@ int CKoVectorBase::grownCapacity(int requested, int elemSize) const
 int CKoVectorBase::exactCapacity(int requested) const
 {
     if (m_data == nullptr)
+    {
         return requested;
+    }
     const int minimum = m_data->capacityFunction != nullptr ? MIN_CAPACITY : 0;
     return std::max({requested, minimum, m_data->size});
 }
@@ -352,16 +359,22 @@ void CKoVectorBase::growBitwise(int requested, int elemSize)
 {
     const int oldCapacity = m_data->capacity;
     if (requested <= oldCapacity)
+    {
         return;
+    }
     const int newCapacity = grownCapacity(requested, elemSize);
     if (!fitsIntoBlock<SVectorData>(newCapacity, elemSize))
+    {
         return reportReserve(__LINE__);
+    }
 
     void* const block = KoMemory::reallocChecked(m_data, blockSize<SVectorData>(newCapacity, elemSize));
     m_data = static_cast<SVectorData*>(block);
     m_data->capacity = newCapacity;
     if (m_data->ramWatch != nullptr)
+    {
         bookChange(m_data->ramWatch->capacityCount, newCapacity - oldCapacity);
+    }
 }
 
 /// Puts a block with raw slots in the place of the old one, or none for a capacity below 1. The record moves
@@ -380,74 +393,20 @@ void CKoVectorBase::replaceBlock(int newCapacity, int elemSize)
         record = CKoRamwatcher::getElement(static_cast<unsigned int>(elemSize));
     }
     if (record != nullptr)
+    {
         bookChange(record->capacityCount, std::max(newCapacity, 0) - (old != nullptr ? old->capacity : 0));
+    }
 
     if (newCapacity < 1)
     {
         if (record != nullptr)
+        {
             bookChange(record->instanceCount, -1);
+        }
         m_data = nullptr;
         return;
     }
     void* const block = KoMemory::allocChecked(blockSize<SVectorData>(newCapacity, elemSize));
     m_data = ::new (block) SVectorData{old != nullptr ? old->size : 0, newCapacity, record,
                                        old != nullptr ? old->capacityFunction : nullptr};
-}
-
-bool CKoVectorBase::isWithin(const void* address, int elemSize) const
-{
-    const std::less<const void*> before;
-    const void* const first = slotAt(m_data, 0, elemSize);
-    const void* const end = slotAt(m_data, m_data->size, elemSize);
-    return !before(address, first) && before(address, end);
-}
-
-/// Opens a gap by shifting the elements behind it, then fills it. Source elements of this vector that stood
-/// behind the gap's begin are `count` slots further on by then, and none of them stands in the gap.
-void CKoVectorBase::insertInPlace(const SInsertion& insertion)
-{
-    const auto [pos, count, oldSize, elemSize, src, assign, copyConstruct, relocate] = insertion;
-    const auto slot = [this, size = elemSize](int index) { return slotAt(m_data, index, size); };
-
-    const int end = pos + count;
-    if (end < oldSize)
-    {
-        copyConstruct(slot(oldSize), slot(oldSize - count), count);
-        assign(slot(end), slot(pos), oldSize - end);
-    }
-    else if (pos < oldSize)
-    {
-        copyConstruct(slot(end), slot(pos), oldSize - pos);
-    }
-
-    int unmoved = count;
-    if (isWithin(src, elemSize))
-        unmoved = std::clamp(static_cast<int>((slot(pos) - src) / elemSize), 0, count);
-    fillGap(insertion, pos, src, unmoved);
-    fillGap(insertion, pos + unmoved, src + (slot(unmoved + count) - slot(0)), count - unmoved);
-}
-
-/// Copies n elements to the slots from `index` on: assigned where old elements are, constructed behind them.
-void CKoVectorBase::fillGap(const SInsertion& insertion, int index, const char* src, int n)
-{
-    const int elemSize = insertion.elemSize;
-    const int assigned = std::clamp(insertion.oldSize - index, 0, n);
-    if (n > assigned)
-        insertion.copyConstruct(slotAt(m_data, index + assigned, elemSize),
-                                src + (slotAt(m_data, assigned, elemSize) - slotAt(m_data, 0, elemSize)),
-                                n - assigned);
-    if (assigned > 0)
-        insertion.assign(slotAt(m_data, index, elemSize), src, assigned);
-}
-
-/// The new elements come first, because they may be copies of elements that then move away.
-void CKoVectorBase::insertIntoNewBlock(const SInsertion& insertion, SVectorData* old)
-{
-    const auto [pos, count, oldSize, elemSize, src, assign, copyConstruct, relocate] = insertion;
-    copyConstruct(slotAt(m_data, pos, elemSize), src, count);
-    if (pos > 0)
-        relocate(slotAt(m_data, 0, elemSize), slotAt(old, 0, elemSize), pos);
-    if (pos < oldSize)
-        relocate(slotAt(m_data, pos + count, elemSize), slotAt(old, pos, elemSize), oldSize - pos);
-    KoMemory::release(old);
 }

@@ -56,7 +56,9 @@ template <class Iterator, class Predicate>
 Iterator find_if(Iterator first, Iterator last, Predicate predicate)
 {
     while (first != last && !predicate(*first))
+    {
         ++first;
+    }
     return first;
 }
 

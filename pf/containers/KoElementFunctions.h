@@ -20,9 +20,13 @@ struct TKoElementFunctions
     static bool copyConstruct(void* dst, const void* src, int n)
     {
         if constexpr (std::is_trivially_copyable_v<T>)
+        {
             std::memcpy(dst, src, byteCount(n));
+        }
         else
+        {
             std::uninitialized_copy_n(at(src), n, at(dst));
+        }
         return std::is_trivially_copyable_v<T>;
     }
 
@@ -45,13 +49,21 @@ struct TKoElementFunctions
     static void assign(void* dst, const void* src, int n)
     {
         if (n <= 0)
+        {
             return;
+        }
         if constexpr (std::is_trivially_copyable_v<T>)
+        {
             std::memmove(dst, src, byteCount(n));
+        }
         else if (std::less<const void*>()(dst, src))
+        {
             std::copy(at(src), at(src) + n, at(dst));
+        }
         else
+        {
             std::copy_backward(at(src), at(src) + n, at(dst) + n);
+        }
     }
 
     static void destroy(void* elements, int n) { std::destroy_n(at(elements), n); }

@@ -48,11 +48,15 @@ bool KoPrivate::CKoVectorBase::checkInsert(int index, const void* value, unsigne
 int KoPrivate::CKoVectorBase::calcNewCapacity(int required) const
 {
     if (required <= m_capacity)
+    {
         return m_capacity;
+    }
 
     int capacity = m_capacity < MIN_CAPACITY ? MIN_CAPACITY : m_capacity;
     while (capacity < required)
+    {
         capacity = capacity > INT_MAX / 2 ? INT_MAX : capacity * 2;
+    }
     return capacity;
 }
 

@@ -37,9 +37,13 @@ std::uint64_t wordAt(const CKoString& text, unsigned int offset)
 {
     const unsigned int length = text.byteLength();
     if (length >= offset + WORD_SIZE)
+    {
         return loadWord(text.c_str() + offset);
+    }
     if (length <= offset)
+    {
         return 0;
+    }
     const unsigned int missing = offset + WORD_SIZE - length;
     return loadWord(text.c_str() + length - WORD_SIZE) << (8 * missing);
 }
@@ -63,7 +67,9 @@ public:
         const std::uint64_t zeros = zeroBytesOf(m_word);
         m_isLast = zeros != 0;
         if (m_isLast)
+        {
             m_mask <<= 56 - (__builtin_clzll(zeros) & ~7);
+        }
         m_word &= m_mask;
     }
 
@@ -88,9 +94,13 @@ int compareFrom(unsigned int offset, const CKoString& text, const CKoString& key
         const CKeyWord expected(key, offset);
         const std::uint64_t word = expected.wordOf(text, offset);
         if (word != expected.word())
+        {
             return word > expected.word() ? 1 : -1;
+        }
         if (expected.isLast())
+        {
             return 0;
+        }
     }
 }
 
@@ -132,7 +142,9 @@ private:
     void prefetch(std::size_t first, std::size_t half, std::size_t rest) const
     {
         if (rest == 0)
+        {
             return;
+        }
         __builtin_prefetch(m_array.at(first + half / 2).c_str());
         __builtin_prefetch(m_array.at(first + half + 1 + rest / 2).c_str());
     }
@@ -141,11 +153,10 @@ private:
     {
         const std::uint64_t word = m_word.wordOf(text, m_offset);
         if (__builtin_expect(word == m_word.word(), 0))
+        {
             return isBeforeByRest(text);
-        if (word > m_word.word())
-            return true;
-        m_isFound = false;
-        return false;
+        }
+        return word > m_word.word();
     }
 
     /// For a text that has the word.
@@ -153,13 +164,18 @@ private:
     {
         const int order = m_word.isLast() ? 0 : compareFrom(m_offset + WORD_SIZE, text, m_key);
         if (order > 0)
+        {
             m_isInFront = true;
+        }
         else
+        {
             m_isBehind = true;
-        if (order <= 0)
-            m_isFound = order == 0;
+        }
+        m_isFound = m_isFound || order == 0;
         if (m_isInFront && m_isBehind && !m_word.isLast())
+        {
             advance();
+        }
         return order > 0;
     }
 
@@ -176,7 +192,7 @@ private:
     unsigned int m_offset = 0; ///< what is before it, the range has in common with the key
     bool m_isInFront = false;  ///< the text in front of the range has the word
     bool m_isBehind = false;   ///< the text behind the range has it
-    bool m_isFound = false;    ///< the text behind the range equals the key
+    bool m_isFound = false;    ///< a text equals the key, and so does the one behind the range from then on
 };
 
 } // namespace

@@ -10,7 +10,9 @@ constexpr char FILE_TEXT[] = "TKoVector";
 bool check(bool valid, const char* message, unsigned int line)
 {
     if (!valid)
+    {
         ::doAssert(line, FILE_TEXT, message);
+    }
     return valid;
 }
 

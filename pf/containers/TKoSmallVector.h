@@ -36,7 +36,9 @@ public:
         : CKoVectorBase(other.m_data, ELEMENT_SIZE)
     {
         if (!isEmpty())
+        {
             Functions::copyConstruct(begin(), other.begin(), size());
+        }
     }
 
     TKoSmallVector(TKoSmallVector&& other) noexcept
@@ -59,8 +61,14 @@ public:
     const_iterator end() const { return begin() + size(); }
 
     /// \return the element; null, after a report, for an index outside 0 to size - 1.
-    T* get(int index) { return static_cast<T*>(internal_get(index, ELEMENT_SIZE)); }
-    const T* get(int index) const { return static_cast<const T*>(internal_get(index, ELEMENT_SIZE)); }
+    T* get(int index)
+    {
+        return isInside(index) ? begin() + index : static_cast<T*>(internal_get(index, ELEMENT_SIZE));
+    }
+    const T* get(int index) const
+    {
+        return isInside(index) ? begin() + index : static_cast<const T*>(internal_get(index, ELEMENT_SIZE));
+    }
 
     /// Appends a copy of `value`, which may be an element of this vector.
     void push_back(const T& value)
@@ -68,7 +76,9 @@ public:
         SVectorData* const block = m_data;
         if (__builtin_expect(block == nullptr || block->ramWatch != nullptr || block->size == block->capacity,
                              0))
+        {
             return pushBackSlowly(value);
+        }
         // The size first: the next append waits for it and not for the element.
         const auto index = static_cast<unsigned int>(block->size);
         block->size = static_cast<int>(index + 1);
@@ -80,7 +90,9 @@ public:
     {
         const bool dropped = internal_pop_back();
         if (dropped)
+        {
             Functions::destroy(end(), 1);
+        }
         return dropped;
     }
 
@@ -98,7 +110,9 @@ public:
     void replace(int index, int count, const T* values)
     {
         if (internal_replace(index, count, values))
+        {
             Functions::assign(begin() + index, values, count);
+        }
     }
 
     /// Erases one element, or those from `first` to `last`, both included. The capacity stays.
@@ -112,10 +126,14 @@ public:
     void resize(int newSize, const T& value)
     {
         if (newSize <= capacity())
+        {
             return resizeInPlace(newSize, value);
+        }
         const T copy(value);
         if (internal_makeRoom(newSize - size(), ELEMENT_SIZE, RELOCATE))
+        {
             resizeInPlace(newSize, copy);
+        }
     }
     void resize(int newSize) { resize(newSize, T()); }
 
@@ -123,7 +141,9 @@ public:
     void clear()
     {
         if (!isEmpty())
+        {
             erase(0, size() - 1);
+        }
     }
 
     /// Makes room for `count` elements by the growth policy.
@@ -155,6 +175,8 @@ private:
     /// How elements move to a larger block: with the block where their bytes are all there is to them.
     static constexpr RelocateFunction RELOCATE = TKoIsRelocatable<T>::value ? nullptr : &Functions::relocate;
 
+    bool isInside(int index) const { return index >= 0 && index < size(); }
+
     static T* slots(SVectorData* block) { return static_cast<T*>(static_cast<void*>(block + 1)); }
 
     /// How a value goes to the slow path: one that fits into registers by value, so that the caller's
@@ -167,8 +189,10 @@ private:
     {
         const T copy(value);
         if (internal_makeRoom(1, ELEMENT_SIZE, RELOCATE))
+        {
             internal_push_back(ELEMENT_SIZE, std::addressof(copy), &Functions::copyConstruct,
                                &Functions::destroy);
+        }
     }
 
     void resizeInPlace(int newSize, const T& value)

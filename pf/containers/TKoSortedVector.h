@@ -32,7 +32,9 @@ public:
     {
         const KoPrivate::SSortedPosition position = search(value);
         if (position.isFound && !m_allowDuplicates)
+        {
             return false;
+        }
         TKoVector<T>::insert(position.index, value);
         return true;
     }

@@ -32,7 +32,9 @@ public:
     void insert(int index, const T& value)
     {
         if (KoVectorAssertions::checkInsert(index, std::addressof(value), count(), __LINE__))
+        {
             std::vector<T>::insert(this->begin() + index, value);
+        }
     }
 
     /// Removes the first element equal to `value`; does nothing when there is none.
@@ -40,7 +42,9 @@ public:
     {
         const auto position = std::find(this->begin(), this->end(), value);
         if (position != this->end())
+        {
             this->erase(position);
+        }
     }
 
 protected:
@@ -55,5 +59,9 @@ private:
     using Size = typename std::vector<T>::size_type;
 
     static Size toSize(int index) { return static_cast<Size>(index); }
-    bool isValid(int index) const { return KoVectorAssertions::checkGet(index, count(), __LINE__); }
+    bool isValid(int index) const
+    {
+        const bool isInside = index >= 0 && toSize(index) < this->size();
+        return isInside || KoVectorAssertions::checkGet(index, count(), __LINE__);
+    }
 };
