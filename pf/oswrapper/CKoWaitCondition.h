@@ -30,7 +30,8 @@ public:
     /// \overload
     KO_EXPORT bool wait(CKoCriticalSection& section, int timeoutMs = -1);
 
-    /// Wakes one waiter, if there is one. \return 0. The caller need not hold the lock.
+    /// Wakes one waiter, if there is one. \return 0. The caller need not hold the lock; signalling after
+    /// unlocking saves the woken thread from waiting for it.
     KO_EXPORT int signal();
     /// Wakes all waiters. \return 0.
     KO_EXPORT int broadcast();

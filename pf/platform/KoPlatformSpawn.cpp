@@ -132,6 +132,7 @@ int spawnvp(int mode, const char* path, char* const* arguments)
     {
         return failWith(EINVAL);
     }
+    const int savedErrno = errno;
     const ChildStack stack;
     int ends[2] = {-1, -1};
     if (stack.top() == nullptr || pipe2(ends, O_CLOEXEC) != 0)
@@ -148,7 +149,12 @@ int spawnvp(int mode, const char* path, char* const* arguments)
     {
         return failWith(cloneError);
     }
-    return startError == 0 ? pid : reapFailed(pid, startError);
+    if (startError != 0)
+    {
+        return reapFailed(pid, startError);
+    }
+    errno = savedErrno; // the child may have disturbed it
+    return pid;
 }
 
 } // namespace KoPlatform

@@ -13,6 +13,7 @@
 #include "pf/oswrapper/TKoAutoLock.h"
 #include "pf/oswrapper/TKoInplaceFactory_0.h"
 #include "pf/oswrapper/TKoOptional.h"
+#include "tests/platform/LockTestSupport.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/LogCapture.h"
@@ -48,29 +49,10 @@ EarlyUser::EarlyUser()
 
 TEST(CKoCriticalSection, ExcludesContendingThreads)
 {
-    constexpr int THREADS = 4;
-    const int rounds = KoTest::slowness() == 1 ? 50000 : 5000;
     CKoCriticalSection section;
-    long counter = 0;
     const KoTest::SignalStorm storm(KoTest::SignalStorm::WHOLE_PROCESS);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t)
-    {
-        threads.emplace_back(
-            [&]
-            {
-                for (int i = 0; i < rounds; ++i)
-                {
-                    const Guard guard(section);
-                    ++counter;
-                }
-            });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(counter, static_cast<long>(THREADS) * rounds);
+    KoTest::addInTurns(
+        50000, [&](int) { section.lock(); }, [&] { section.unlock(); });
     EXPECT_EQ(ownerOf(section), 0U);
 }
 

@@ -1,4 +1,3 @@
-#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -124,34 +123,17 @@ public:
 
     _sync condition = makeCondition();
     _sync mutex = makeMutex();
-    std::atomic<int> woken{0};
 
 private:
     void waitOnce()
     {
         ASSERT_EQ(pthread_mutex_lock(&mutex), 0);
         EXPECT_EQ(pthread_cond_wait(&condition, &mutex), 0);
-        ++woken;
         EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
     }
 
     std::vector<std::thread> m_threads;
 };
-
-TEST(PlatformCondition, WakesOneWaiterPerSignalAndAllByABroadcast)
-{
-    Waiters waiters(6);
-    for (int i = 1; i <= 3; ++i)
-    {
-        ASSERT_EQ(pthread_mutex_lock(&waiters.mutex), 0);
-        EXPECT_EQ(pthread_cond_signal(&waiters.condition), 0);
-        ASSERT_EQ(pthread_mutex_unlock(&waiters.mutex), 0);
-        EXPECT_TRUE(KoTest::waitUntil([&] { return waiters.woken >= i; }));
-    }
-    EXPECT_EQ(pthread_cond_broadcast(&waiters.condition), 0);
-    EXPECT_TRUE(KoTest::waitUntil([&] { return waiters.woken == 6; }));
-    EXPECT_EQ(pthread_cond_signal(&waiters.condition), 0) << "nobody waits";
-}
 
 TEST(PlatformCondition, IsNotDestroyedUnderWaitersButRightAfterTheyWereWoken)
 {

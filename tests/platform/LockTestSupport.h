@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 #include <thread>
+#include <vector>
 
 #include <semaphore.h>
 #include <sys/mman.h>
@@ -65,6 +66,34 @@ auto inOtherThread(Call call) -> decltype(call())
     decltype(call()) result{};
     std::thread([&] { result = call(); }).join();
     return result;
+}
+
+/// Four threads add to a plain counter, each between lock(its index) and unlock().
+template <typename Lock, typename Unlock>
+void addInTurns(int rounds, Lock lock, Unlock unlock)
+{
+    constexpr int THREADS = 4;
+    const int repeats = slowness() == 1 ? rounds : rounds / 10;
+    long counter = 0;
+    std::vector<std::thread> threads;
+    for (int index = 0; index < THREADS; ++index)
+    {
+        threads.emplace_back(
+            [&, index]
+            {
+                for (int i = 0; i < repeats; ++i)
+                {
+                    lock(index);
+                    ++counter;
+                    unlock();
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(counter, static_cast<long>(THREADS) * repeats);
 }
 
 /// A thread that locks a mutex and keeps it until it is told to give it back, or to end without doing so.
