@@ -204,7 +204,7 @@ void CKoVectorBase::internal_push_back(int elemSize, const void* value, CopyCons
         }
         // As in internal_resize: the old block stays until `value` is copied.
         old = internal_reserve(oldSize + 1, elemSize, false, nullptr);
-        if (capacity() == oldSize)
+        if (m_data == nullptr || m_data->capacity == oldSize)
         {
             return;
         }
