@@ -14,11 +14,9 @@
 #include "pf/oswrapper/TKoInplaceFactory_0.h"
 #include "pf/oswrapper/TKoOptional.h"
 #include "tests/platform/LockTestSupport.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SignalStorm.h"
-#include "tests/support/TemporaryDirectory.h"
 
 namespace
 {
@@ -65,15 +63,8 @@ TEST(CKoCriticalSection, IsReadyBeforeAnyConstructorHasRun)
 
 TEST(CKoCriticalSection, DoesNotBlockItsOwnerWhoseFirstUnlockReleases)
 {
-    // With and without a second thread in the process, for which the fast paths differ.
-    for (const bool besideThread : {false, true})
+    const auto relock = []
     {
-        std::atomic<bool> end{false};
-        std::thread other;
-        if (besideThread)
-        {
-            other = std::thread([&] { EXPECT_TRUE(KoTest::waitUntil([&] { return end.load(); })); });
-        }
         CKoCriticalSection section;
         errno = EXDEV;
         section.lock();
@@ -86,12 +77,10 @@ TEST(CKoCriticalSection, DoesNotBlockItsOwnerWhoseFirstUnlockReleases)
         section.unlock();
         EXPECT_EQ(ownerOf(section), 0U);
         EXPECT_EQ(errno, EXDEV);
-        end = true;
-        if (other.joinable())
-        {
-            other.join();
-        }
-    }
+    };
+    // The fast paths differ in a process with several threads.
+    relock();
+    std::thread(relock).join();
 }
 
 TEST(CKoCriticalSection, IsNotReleasedByOthersNorLostToAnArmedTimeout)
@@ -128,21 +117,6 @@ TEST(CKoCriticalSection, LogsWhenItIsDestroyedLocked)
     section->~CKoCriticalSection();
     EXPECT_EQ(log.texts(KoSyslog::Critical),
               std::vector<std::string>{"Failed to destroy CKoCriticalSection: error=16"});
-}
-
-TEST(CKoCriticalSection, AndMutexTellWhenTheKernelCannotBlockOnThemAndPoll)
-{
-    const KoTest::TemporaryDirectory backtraces;
-    KoTest::ChildProcess::Program program;
-    program.path = KO_LOCK_PROBE;
-    program.environment = {{"KO_ASSERTION_BACKTRACE_DIR", backtraces.path().c_str()}};
-    const KoTest::ChildResult result = KoTest::ChildProcess::execute(program);
-    EXPECT_EQ(result.exitStatus, 0) << result.describe();
-    const std::vector<std::string> texts = result.logTexts();
-    ASSERT_GE(texts.size(), 3U) << result.describe();
-    EXPECT_EQ(texts[0], "Failed to create CKoCriticalSection: error=95");
-    EXPECT_EQ(texts[1], "Failed to create mutex: error=95");
-    EXPECT_EQ(texts[2].compare(0, 14, "KoMutexAccess:"), 0) << texts[2];
 }
 
 /// Counts its lives.
