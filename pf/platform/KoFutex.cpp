@@ -1,6 +1,7 @@
 #include "pf/platform/KoFutex.h"
 
 #include "pf/platform/KoPlatformClock.h"
+#include "pf/platform/KoPlatformRetry.h"
 #include "pf/platform/KoPlatformTimeout.h"
 
 #include <algorithm>
@@ -38,7 +39,9 @@ int callFutex(long number, unsigned int* word, int operation, unsigned int value
               unsigned int* word2, unsigned int value3, long* result = nullptr)
 {
     const int savedErrno = errno;
-    const long returned = syscall(number, word, operation, value, time, word2, value3);
+    // All deadlines are absolute and all values compared again, so that a call can just be repeated.
+    const long returned = KoPlatform::repeatInterrupted(
+        [&] { return syscall(number, word, operation, value, time, word2, value3); });
     const int error = returned == -1 ? errno : 0;
     errno = savedErrno;
     if (result != nullptr)

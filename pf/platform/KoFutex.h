@@ -1,7 +1,7 @@
 #pragma once
 
 /// The host's futex calls as the locks need them. All return 0 or an error number, leave `errno` alone and
-/// may report interruptions (`EINTR`). Deadlines are absolute nanoseconds of the monotonic clock, NO_DEADLINE
+/// absorb interruptions. Deadlines are absolute nanoseconds of the monotonic clock, NO_DEADLINE
 /// for none; `shared` tells whether other processes use the word.
 namespace KoPlatform
 {

@@ -35,13 +35,10 @@ unsigned int waiters(const _sync& condition)
     return countWord(condition) & SYNC_COUNT;
 }
 
+/// A number that has changed already is a wake-up too.
 int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long deadlineNs)
 {
-    int error = 0;
-    do
-    {
-        error = futexWait(&condition.owner, sequence, isShared(condition), deadlineNs);
-    } while (error == EINTR);
+    const int error = futexWait(&condition.owner, sequence, isShared(condition), deadlineNs);
     return error == EAGAIN ? 0 : error;
 }
 

@@ -237,8 +237,7 @@ private:
     {
         switch (error)
         {
-        case EAGAIN: // the owner is just ending
-        case EINTR:
+        case EAGAIN:  // the owner is just ending
         case ESRCH:   // the word changed hands between the look at it and the call
         case EDEADLK: // threads wait for each other
         case ENOMEM:
