@@ -186,7 +186,7 @@ public:
 
     CKoString& operator=(const CKoString& other) noexcept
     {
-        if (m_data != other.m_data)
+        if (this != &other && m_data != other.m_data)
         {
             SStringData* const taken = share(other.m_data);
             removeReference();

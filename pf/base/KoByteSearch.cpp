@@ -227,8 +227,8 @@ const char* findFiltered(SSearch& search, const char* text, const char* lastStar
     {
         const ByteVector a = filter.apply(at);
         const ByteVector b = filter.apply(at + VECTOR_SIZE);
-        const ByteVector c = filter.apply(at + 2U * VECTOR_SIZE);
-        const ByteVector d = filter.apply(at + 3U * VECTOR_SIZE);
+        const ByteVector c = filter.apply(at + VECTOR_SIZE + VECTOR_SIZE);
+        const ByteVector d = filter.apply(at + GROUP - VECTOR_SIZE);
         if (!hasTopBit(a | b | c | d))
         {
             continue;

@@ -78,9 +78,9 @@ void passAsciiPieces(SScan& scan)
     while (scan.remaining() >= PIECE)
     {
         ByteVector any = loadVector(scan.position);
-        for (unsigned int i = 1; i < VECTORS; ++i)
+        for (unsigned int at = VECTOR_SIZE; at < PIECE; at += VECTOR_SIZE)
         {
-            any |= loadVector(scan.position + i * VECTOR_SIZE);
+            any |= loadVector(scan.position + at);
         }
         if (hasTopBit(any))
         {
@@ -156,9 +156,9 @@ SJudgement judge(const char* bytes)
     ByteMask wrong{};
     ByteMask continuations{};
     ByteVector largest{};
-    for (unsigned int i = 0; i < VECTORS; ++i)
+    for (unsigned int at = 0; at < VECTORS * VECTOR_SIZE; at += VECTOR_SIZE)
     {
-        const char* const here = bytes + i * VECTOR_SIZE;
+        const char* const here = bytes + at;
         const ByteVector current = loadVector(here);
         const ByteMask isNext = areContinuations(current);
         const ByteMask isAsked = isAtLeast(loadVector(here - 1), 0xC0U) |
