@@ -116,13 +116,6 @@ TEST(CKoStringEdit, MutatorsOfEmptyStringsLeaveTheStaticBlockAlone)
     }
 }
 
-TEST(CKoStringEdit, PlusGivesANewString)
-{
-    const CKoString left("a");
-    EXPECT_EQ(see(left + CKoString("\xC3\xA9")), (Seen{"a\xC3\xA9", 2U, 3U}));
-    EXPECT_EQ(textOf(left), "a");
-}
-
 TEST(CKoStringEdit, TrimTakesTheSixBlanksOfBothEnds)
 {
     struct Case

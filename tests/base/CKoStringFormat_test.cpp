@@ -40,17 +40,6 @@ TEST(CKoStringFormat, CutsAt256BytesAtACharacterBoundary)
     }
 }
 
-TEST(CKoStringFormat, KeepsAnOwnBlockThatIsLargeEnoughAndLeavesSharersAlone)
-{
-    CKoString string("a long text of before");
-    const CKoString sharer(string);
-    EXPECT_TRUE(string.format("%d-%s", 7, string.c_str()));
-    EXPECT_EQ(see(string), (Seen{"7-a long text of before", 23, 23}));
-    EXPECT_TRUE(string.format("%u", 12U));
-    EXPECT_EQ(see(string), (Seen{"12", 2, 23}));
-    EXPECT_EQ(textOf(sharer), "a long text of before");
-}
-
 TEST(CKoStringFormat, AFormatThatFailsGivesTheEmptyTextAndFalse)
 {
     CKoString string("old");

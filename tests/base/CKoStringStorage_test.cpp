@@ -18,17 +18,6 @@ namespace
 
 constexpr unsigned int BAD_CAPACITY = 0xFFFFFFECU;
 
-TEST(CKoStringStorage, IsOnePointerToABlockOfCapacityPlusTwentyBytes)
-{
-    const CKoString string(100U);
-    EXPECT_EQ(sizeof(CKoString), sizeof(void*));
-    EXPECT_EQ(sizeof(CKoString::SStringData), 20U);
-    const char* const block = reinterpret_cast<const char*>(blockOf(string));
-    EXPECT_EQ(string.c_str(), block + 17);
-    EXPECT_EQ(block[16], '\0');
-    EXPECT_EQ(see(string), (Seen{"", 0U, 100U}));
-}
-
 TEST(CKoStringStorage, EmptyStringsShareAStaticBlockThatIsNeverWritten)
 {
     const CKoString::SStringData* const shared = &CKoString::nullData;
