@@ -260,9 +260,10 @@ BENCHMARK_TEMPLATE(uncontendedBesideThread, PriorityInheritingMutex);
 BENCHMARK_TEMPLATE(uncontendedBesideThread, QMutex);
 #endif
 
-BENCHMARK_TEMPLATE(contended, CKoCriticalSection)->Threads(2)->Threads(4)->UseRealTime();
-BENCHMARK_TEMPLATE(contended, PriorityInheritingMutex)->Threads(2)->Threads(4)->UseRealTime();
-BENCHMARK_TEMPLATE(contended, std::mutex)->Threads(2)->Threads(4)->UseRealTime();
+// Long enough for the threads to meet.
+BENCHMARK_TEMPLATE(contended, CKoCriticalSection)->Threads(2)->Threads(4)->MinTime(0.3)->UseRealTime();
+BENCHMARK_TEMPLATE(contended, PriorityInheritingMutex)->Threads(2)->Threads(4)->MinTime(0.3)->UseRealTime();
+BENCHMARK_TEMPLATE(contended, std::mutex)->Threads(2)->Threads(4)->MinTime(0.3)->UseRealTime();
 
 using OwnTurnsAfter = OwnTurns<CKoCriticalSection, false>;
 using OwnTurnsLocked = OwnTurns<CKoCriticalSection, true>;
