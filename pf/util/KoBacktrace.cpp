@@ -101,7 +101,19 @@ SDump sDumps[2];
 /// Dumps that the calling thread is in the middle of.
 __thread unsigned int sNesting __attribute__((tls_model("initial-exec"))) = 0;
 
-CKoCriticalSection sCriticalSection KO_INIT_ORDER(KoLoadOrder::BACKTRACE_LOCK);
+/// A lock without a destructor: a process may end in the middle of a dump, and still report later.
+union ULastingLock
+{
+    constexpr ULastingLock()
+        : section()
+    {
+    }
+    ~ULastingLock() {}
+
+    CKoCriticalSection section;
+};
+
+ULastingLock sCriticalSection KO_INIT_ORDER(KoLoadOrder::BACKTRACE_LOCK);
 
 CKoString getDefaultInfos(CKoString& fileBaseName)
 {
@@ -113,18 +125,24 @@ CKoString getDefaultInfos(CKoString& fileBaseName)
 
 std::atomic<KoBacktrace::InfoFunction> sInfos{getDefaultInfos};
 
-/// A forked child has no thread that would ever release a lock which another thread of its parent held.
-void freeLockInChild()
+/// Whoever held the lock in the parent holds it no more: another thread stayed behind, and the forking one
+/// has got a new identity. A child that was forked inside a dump, by the information function, finishes that
+/// dump.
+void takeOverInChild()
 {
-    if (sNesting == 0)
+    new (&sCriticalSection.section) CKoCriticalSection();
+    if (sNesting > 0)
     {
-        new (&sCriticalSection) CKoCriticalSection();
+        sCriticalSection.section.lock();
     }
 }
 
 void watchForks()
 {
-    ::pthread_atfork(nullptr, nullptr, freeLockInChild);
+    // Asking for the identity registers the handler that drops it in a child. Handlers run in the order of
+    // their registration, so the lock is taken with the child's own.
+    KoPlatform::kernelThreadSelf();
+    ::pthread_atfork(nullptr, nullptr, takeOverInChild);
 }
 
 TKoStartupCaller<watchForks> sForkWatcher KO_INIT_ORDER(KoLoadOrder::BACKTRACE_LOCK);
@@ -137,7 +155,7 @@ public:
     {
         if (sNesting == 0)
         {
-            sCriticalSection.lock();
+            sCriticalSection.section.lock();
         }
         ++sNesting;
     }
@@ -147,7 +165,7 @@ public:
         --sNesting;
         if (sNesting == 0)
         {
-            sCriticalSection.unlock();
+            sCriticalSection.section.unlock();
         }
     }
 
