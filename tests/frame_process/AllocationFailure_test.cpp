@@ -17,6 +17,7 @@
 #include "pf/oswrapper/KoMemory.h"
 #include "pf/oswrapper/KoSyslog.h"
 #include "pf/util/KoBacktrace.h"
+#include "tests/support/BacktraceText.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FaultInjection.h"
 #include "tests/support/MemoryStream.h"
@@ -31,6 +32,7 @@ using testing::ElementsAre;
 using testing::MatchesRegex;
 
 constexpr int CAME_BACK = 7; ///< an allocation failed and the operation came back all the same
+constexpr const char* RECORD_START = "\n[QNX backtrace] INFO - failed to ";
 constexpr const char* BACKTRACE_DIRECTORY = "KO_ASSERTION_BACKTRACE_DIR";
 
 /// An operation whose allocations are all checked.
@@ -111,17 +113,6 @@ const Operation CHECKED[] = {
      [] { doAssert(7, "AllocationFailure_test", "provoked"); }},
 };
 
-std::size_t countRecords(const std::string& text)
-{
-    const std::string start = "\n[QNX backtrace] INFO - failed to ";
-    std::size_t count = 0;
-    for (std::size_t at = text.find(start); at != std::string::npos; at = text.find(start, at + 1))
-    {
-        ++count;
-    }
-    return count;
-}
-
 std::string allFiles(const KoTest::TemporaryDirectory& directory)
 {
     std::string text;
@@ -136,7 +127,7 @@ std::string allFiles(const KoTest::TemporaryDirectory& directory)
 void expectFatalAllocation(const KoTest::ChildResult& result, const KoTest::TemporaryDirectory& directory)
 {
     EXPECT_EQ(result.exitStatus, EXIT_FAILURE) << result.describe();
-    EXPECT_EQ(countRecords(allFiles(directory)), 1U) << result.describe();
+    EXPECT_EQ(KoTest::countOf(RECORD_START, allFiles(directory)), 1U) << result.describe();
     EXPECT_THAT(result.logTexts(),
                 AllOf(Contains(MatchesRegex("failed to (re)?allocate [0-9]+ bytes \\(err: 12\\)")).Times(1),
                       Contains("terminating process using exit(EXIT_FAILURE)").Times(1)))
@@ -226,7 +217,7 @@ TEST(AllocationFailure, reportsThatTakeNoStringNeedNoHeap)
                             "AllocationFailure_test:9: FATAL ERROR \"the end\" occured",
                             "AllocationFailure_test:9: FATAL ERROR \"the end\" occured",
                             "terminating process using exit(EXIT_FAILURE)"));
-    EXPECT_EQ(countRecords(allFiles(directory)), 1U);
+    EXPECT_EQ(KoTest::countOf(RECORD_START, allFiles(directory)), 1U);
 }
 
 } // namespace

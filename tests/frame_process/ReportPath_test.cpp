@@ -1,7 +1,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include "pf/containers/TKoVector.h"
+#include "tests/support/BacktraceText.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FaultInjection.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -54,33 +54,8 @@ protected:
 /// The one record that the insertion leaves, every line of it.
 std::string recordPattern(const KoTest::ChildResult& result)
 {
-    return "\n\\[QNX backtrace\\] INFO - ASSERTION \"Index our of range\" failed in TKoVector [0-9]+\n"
-           "\nTID: 1 PID: " +
-           std::to_string(result.pid) +
-           "\n"
-           "data below is the actual callstack created with QNX libbacktrace.so\n"
-           "usable for analysis with proper project MAP file\n\n"
-           "(\n([0-9A-F]{8,16} ){6})*(\n([0-9A-F]{8,16} ){1,5})?"
-           "\n\n([0-9A-F]+-[0-9A-F]+ [^\n]+\n)+\n\n";
-}
-
-/// Whether a return address lies in the code whose bounds the probe printed first.
-bool hasAddressInCode(const std::string& record, const std::string& output)
-{
-    char* rest = nullptr;
-    const auto begin = std::strtoull(output.c_str(), &rest, 16);
-    const auto end = std::strtoull(rest, nullptr, 16);
-    EXPECT_LT(begin, end);
-    std::istringstream words(record.substr(record.find("MAP file")));
-    for (std::string word; words >> word;)
-    {
-        const auto address = std::strtoull(word.c_str(), nullptr, 16);
-        if (address > begin && address <= end)
-        {
-            return true;
-        }
-    }
-    return false;
+    return KoTest::backtraceRecord("ASSERTION \"Index our of range\" failed in TKoVector [0-9]+",
+                                   KoTest::backtraceHeader(result.pid));
 }
 
 /// The line number in "\nTKoVector:34: ...".
@@ -97,7 +72,7 @@ TEST_F(ReportPath, insertionOutOfRangeIsReportedInFullAndTheProcessGoesOn)
     const KoTest::ChildResult result = insertOutOfRange();
 
     EXPECT_EQ(result.exitStatus, 0) << result.describe();
-    EXPECT_THAT(result.standardOutput, HasSubstr("1 2 3 goes on\n"));
+    EXPECT_EQ(result.standardOutput, "1 2 3 goes on\n");
 
     const std::string line = sourceLine(result.standardError);
     EXPECT_EQ(result.standardError, "\nTKoVector:" + line + ": ASSERTION \"Index our of range\" failed\n");
@@ -115,7 +90,6 @@ TEST_F(ReportPath, insertionOutOfRangeIsReportedInFullAndTheProcessGoesOn)
     EXPECT_THAT(backtrace(result), MatchesRegex(recordPattern(result)));
     EXPECT_THAT(backtrace(result), HasSubstr("/report_probe\n"));
     EXPECT_THAT(backtrace(result), HasSubstr("/libsys_vanta.gpp.so.7"));
-    EXPECT_TRUE(hasAddressInCode(backtrace(result), result.standardOutput)) << backtrace(result);
 }
 
 TEST_F(ReportPath, abortSwitchEndsTheProcessAfterItsLinesAndBeforeTheBacktrace)
@@ -127,7 +101,7 @@ TEST_F(ReportPath, abortSwitchEndsTheProcessAfterItsLinesAndBeforeTheBacktrace)
     EXPECT_EQ(result.log[0].severity, SEVERITY_ERROR);
     EXPECT_EQ(result.log[1].severity, SEVERITY_CRITICAL);
     EXPECT_THAT(result.standardError, testing::StartsWith("\nTKoVector:"));
-    EXPECT_THAT(result.standardOutput, testing::Not(HasSubstr("goes on")));
+    EXPECT_EQ(result.standardOutput, "");
     EXPECT_TRUE(m_directory.names().empty());
 }
 
@@ -137,9 +111,8 @@ TEST_F(ReportPath, missingDirectoryAndLoggerLeaveTheProcessGoing)
     const KoTest::ChildResult result = insertOutOfRange(
         {{"KO_PLATFORM_LOG", missing.c_str()}, {"KO_ASSERTION_BACKTRACE_DIR", missing.c_str()}});
     EXPECT_EQ(result.exitStatus, 0) << result.describe();
-    EXPECT_THAT(result.standardOutput, HasSubstr("1 2 3 goes on\n"));
-    EXPECT_THAT(result.standardOutput,
-                HasSubstr("Cannot open " + missing + "/" + backtraceName(result) + "\n"));
+    EXPECT_EQ(result.standardOutput,
+              "Cannot open " + missing + "/" + backtraceName(result) + "\n1 2 3 goes on\n");
     EXPECT_THAT(result.standardError, testing::StartsWith("\nTKoVector:"));
     EXPECT_TRUE(result.log.empty()) << result.describe();
 }

@@ -1,6 +1,7 @@
 #include "pf/oswrapper/CKoAsserter.h"
 
 #include "pf/oswrapper/KoError.h"
+#include "tests/support/BacktraceText.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -30,9 +31,9 @@ class Reports : public testing::Test
 protected:
     /// Expects how the process ends (status, or 1000 + signal), its log lines with their severity in front,
     /// standard-error lines for those of severity 2, and the number of backtrace records.
-    void expect(const std::function<int()>& body, int ending, const Lines& lines, std::size_t records)
+    void expect(const std::function<int()>& body, int ending, const Lines& lines, std::size_t records = 0)
     {
-        const ChildResult result = run(body);
+        const ChildResult result = ChildProcess::run(body);
         EXPECT_EQ(result.signal != 0 ? 1000 + result.signal : result.exitStatus, ending) << result.describe();
         Lines logged;
         std::string standardError;
@@ -48,26 +49,9 @@ protected:
         EXPECT_EQ(countRecords(result), records);
     }
 
-    ChildResult run(const std::function<int()>& body)
-    {
-        return ChildProcess::run(
-            [&body]
-            {
-                CKoAsserter::setOccuredAssertions(0);
-                CKoAsserter::setExpectedAssertions(0);
-                return body();
-            });
-    }
-
     std::size_t countRecords(const ChildResult& result) const
     {
-        const std::string file = m_directory.read("PID" + std::to_string(result.pid) + ".ass");
-        std::size_t count = 0;
-        for (std::size_t at = file.find("INFO - "); at != file.npos; at = file.find("INFO - ", at + 1))
-        {
-            ++count;
-        }
-        return count;
+        return KoTest::countOf("INFO - ", m_directory.read("PID" + std::to_string(result.pid) + ".ass"));
     }
 
     KoTest::TemporaryDirectory m_directory;
@@ -79,18 +63,17 @@ protected:
 
 TEST_F(Reports, OfAssertionsLetTheProcessGoOn)
 {
-    const auto report = [](const char* message)
+    const auto report = []
     {
         errno = EDOM;
-        doAssert(12, "X", message);
+        doAssert(12, "X", "too %s%n late");
         return errno == EDOM ? 5 : 6;
     };
-    expect([&] { return report(nullptr); }, 5,
-           {"2 X:12: ASSERTION failed", "1 ASSERTION \"???\" failed in X 12"}, 1);
-    expect([&] { return report("too %s%n late"); }, 5,
+    expect(report, 5,
            {"2 X:12: ASSERTION \"too %s%n late\" failed", "1 ASSERTION \"too %s%n late\" failed in X 12"}, 1);
     const auto reportBeyondExpected = []
     {
+        CKoAsserter::setOccuredAssertions(0);
         CKoAsserter::setExpectedAssertions(2);
         doCheapAssert(1, "A");
         doAssert(2, "A", "b");
@@ -122,7 +105,7 @@ TEST_F(Reports, WriteAtMostTheConfiguredNumberOfBacktraces)
     for (const auto& wanted : cases)
     {
         const ScopedEnvironment limit("KO_ASSERTION_BACKTRACE_MAX", wanted.limit);
-        const ChildResult result = run(
+        const ChildResult result = ChildProcess::run(
             [this]
             {
                 ::setenv("KO_ASSERTION_BACKTRACE_DIR", "/missing", 1);
@@ -140,13 +123,20 @@ TEST_F(Reports, WriteAtMostTheConfiguredNumberOfBacktraces)
     }
 }
 
+TEST_F(Reports, LeaveTheirBacktraceInTheSharedMemoryDirectoryByDefault)
+{
+    const ScopedEnvironment unset("KO_ASSERTION_BACKTRACE_DIR", nullptr);
+    const ChildResult result = ChildProcess::run([] { return doCheapAssert(1, "F"), 0; });
+    const std::string directory = ::access("/dev/shmem", F_OK) == 0 ? "/dev/shmem" : "/dev/shm";
+    EXPECT_EQ(::unlink((directory + "/PID" + std::to_string(result.pid) + ".ass").c_str()), 0);
+}
+
 TEST_F(Reports, OfFatalErrorsEndTheProcessWithoutABacktrace)
 {
     const auto die = []() -> int { doCheapFatalError(7, "E"); };
     const auto dieOf = []() -> int { doFatalError(7, "E", "a %d"); };
-    expect(die, 1, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR occured", EXITING}, 0);
-    expect(dieOf, 1, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured", EXITING},
-           0);
+    expect(die, 1, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR occured", EXITING});
+    expect(dieOf, 1, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured", EXITING});
     const auto dieTwice = [&die]() -> int
     {
         std::atexit([] { doCheapFatalError(8, "E"); });
@@ -154,22 +144,20 @@ TEST_F(Reports, OfFatalErrorsEndTheProcessWithoutABacktrace)
     };
     expect(dieTwice, ABORTED,
            {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR occured", EXITING, "2 E:8: FATAL ERROR occured",
-            "1 E:8: FATAL ERROR occured", ABORTING},
-           0);
+            "1 E:8: FATAL ERROR occured", ABORTING});
     const ScopedEnvironment abortSwitch("KO_ENABLE_ABORT_ON_FATAL_ERROR", "");
-    expect(die, ABORTED, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR \"???\" occured"}, 0);
-    expect(dieOf, ABORTED, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured"}, 0);
+    expect(die, ABORTED, {"2 E:7: FATAL ERROR occured", "1 E:7: FATAL ERROR \"???\" occured"});
+    expect(dieOf, ABORTED, {"2 E:7: FATAL ERROR \"a %d\" occured", "1 E:7: FATAL ERROR \"a %d\" occured"});
 }
 
-int sStatus = 42;
-
-/// Installs a handler, then reports a critical error.
+/// Installs a handler, and restores the initial one if wanted; then reports a critical error.
 int dieWithHandler(void (*handler)(void*), bool isRestored = false)
 {
-    KoError::setErrorHandler(handler, &sStatus);
+    static int status = 42;
+    KoError::setErrorHandler(handler, &status);
     if (isRestored)
     {
-        KoError::setErrorHandler(nullptr, &sStatus);
+        KoError::setErrorHandler(nullptr, &status);
     }
     KoError::criticalError(0, "%s %d", "end", 1);
 }
@@ -177,9 +165,9 @@ int dieWithHandler(void (*handler)(void*), bool isRestored = false)
 TEST_F(Reports, OfCriticalErrorsEndAsTheInstalledHandlerDecides)
 {
     const auto leave = [](void* status) { ::_exit(*static_cast<int*>(status)); };
-    expect([&] { return dieWithHandler(leave); }, 42, {"1 end 1"}, 0);
-    expect([&] { return dieWithHandler(leave, true); }, 1, {"1 end 1", EXITING}, 0);
-    expect([&] { return dieWithHandler([](void*) {}); }, ABORTED, {"1 end 1"}, 0);
+    expect([&] { return dieWithHandler(leave); }, 42, {"1 end 1"});
+    expect([&] { return dieWithHandler(leave, true); }, 1, {"1 end 1", EXITING});
+    expect([&] { return dieWithHandler([](void*) {}); }, ABORTED, {"1 end 1"});
 }
 
 TEST_F(Reports, OfOperatingSystemErrorsCarryNumberAndText)
@@ -192,12 +180,12 @@ TEST_F(Reports, OfOperatingSystemErrorsCarryNumberAndText)
         KoError::reportOSError(0, KoSyslog::Info, "here");
         return 0;
     };
-    expect(report, 0, {"4 no %s" + reason, "5 here" + reason}, 0);
+    expect(report, 0, {"4 no %s" + reason, "5 here" + reason});
     expect([]() -> int { KoError::fatalOSError(1, ENOENT, "a"); }, ABORTED,
-           {"1 a" + reason + " - aborting process"}, 0);
+           {"1 a" + reason + " - aborting process"});
     expect([]() -> int { errno = ENOENT, KoError::fatalOSError(1, "b"); }, ABORTED,
-           {"1 b" + reason + " - aborting process"}, 0);
-    expect([]() -> int { KoError::fatalError(1, "c %s"); }, ABORTED, {"1 c %s - aborting process"}, 0);
+           {"1 b" + reason + " - aborting process"});
+    expect([]() -> int { KoError::fatalError(1, "c %s"); }, ABORTED, {"1 c %s - aborting process"});
 }
 
 } // namespace

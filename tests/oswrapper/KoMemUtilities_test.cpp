@@ -40,19 +40,13 @@ TEST(KoMemUtilities, FillsNibblesAndLeavesTheirNeighbours)
     {
         for (unsigned int count = 0; count < 40; ++count)
         {
-            unsigned char bytes[24];
-            unsigned char cells[48];
+            std::vector<unsigned char> bytes(24, 0x12);
+            KoMemUtilities::memFillNibble(bytes.data(), count, 0xFC, start);
             for (unsigned int i = 0; i < 48; ++i)
             {
-                cells[i] = static_cast<unsigned char>(i < start || i >= start + count ? i % 15 : 0xC);
-                unsigned char& byte = bytes[i / 2];
-                byte = static_cast<unsigned char>(i % 2 == 0 ? (i % 15) << 4 : byte | (i % 15));
-            }
-            KoMemUtilities::memFillNibble(bytes, count, 0xFC, start);
-            for (unsigned int i = 0; i < 48; ++i)
-            {
-                EXPECT_EQ(i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2] & 0xF, cells[i])
-                    << start << " " << count << " " << i;
+                const int cell = i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2] & 0xF;
+                const int untouched = i % 2 == 0 ? 1 : 2;
+                EXPECT_EQ(cell, i < start || i >= start + count ? untouched : 0xC) << count << " " << i;
             }
         }
     }
@@ -66,10 +60,12 @@ TEST(KoMemUtilities, CastsOnlyAlignedPointers)
     {
         void* pointer = bytes + offset;
         const void* constPointer = pointer;
-        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(pointer), offset == 0 ? pointer : nullptr);
-        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(constPointer), offset == 0 ? pointer : nullptr);
-        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(pointer), offset % 2 == 0 ? pointer : nullptr);
-        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(constPointer), offset % 2 == 0 ? pointer : nullptr);
+        void* const ifWord = offset == 0 ? pointer : nullptr;
+        void* const ifHalf = offset % 2 == 0 ? pointer : nullptr;
+        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(pointer), ifWord);
+        EXPECT_EQ(KoMemUtilities::castToUInt32Ptr(constPointer), ifWord);
+        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(pointer), ifHalf);
+        EXPECT_EQ(KoMemUtilities::castToUInt16Ptr(constPointer), ifHalf);
     }
 }
 

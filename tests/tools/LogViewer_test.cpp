@@ -19,17 +19,15 @@ namespace
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
-/// A sending socket, connected as soon as the viewer listens; false when it never does.
-bool connectTo(const std::string& path, int descriptor)
+/// Binds or connects a socket to a path.
+bool attach(int (*call)(int, const sockaddr*, socklen_t), int descriptor, const std::string& path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const void* const generic = &address;
-    return KoTest::waitUntil(
-        [&] { return connect(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) == 0; });
+    return call(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) == 0;
 }
 
 /// Runs the viewer on a private socket, sends it datagrams and tells it to end afterwards.
@@ -55,7 +53,8 @@ protected:
     void send(const std::vector<std::string>& datagrams)
     {
         const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        EXPECT_TRUE(connectTo(m_path, descriptor));
+        // The viewer may still be on its way to listening.
+        EXPECT_TRUE(KoTest::waitUntil([&] { return attach(&connect, descriptor, m_path); }));
         for (const std::string& datagram : datagrams)
         {
             EXPECT_EQ(::send(descriptor, datagram.data(), datagram.size(), MSG_NOSIGNAL),
@@ -119,39 +118,31 @@ TEST_F(LogViewer, hidesLinesLessSevereThanAsked)
 
 TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOnUntilItsCountIsReached)
 {
+    const std::string control = "\x1B[2J\x80\xC2\x9B";
     const std::vector<std::string> foreign = {"",
-                                              "<",
-                                              "<>",
                                               "<9",
                                               "<9>",
                                               "<9>a]: (",
                                               "<9>a[1]: ()",
                                               "<9>a[1]: (1)",
                                               "<-1>[]: (1) x",
-                                              "\x1B[2J\x80\xC2\x9B",
-                                              std::string(9000, 'x')};
-    std::vector<std::string> lines;
+                                              std::string(9000, 'x'),
+                                              control};
     for (const std::string& datagram : foreign)
     {
         const KoTest::ChildResult result = view({"--count", "2"}, {datagram, "<9>a[1]: (-1) \x01\n\xFF"}, 0);
         EXPECT_EQ(result.exitStatus, 0) << result.describe();
         const std::vector<std::string> shown = linesOf(result.standardOutput);
         ASSERT_EQ(shown.size(), 2U) << result.describe();
-        EXPECT_THAT(shown[0], testing::StartsWith("foreign   "));
+        EXPECT_EQ(shown[0], "foreign   " + (datagram == control ? "\\x1B[2J\\x80\\xC2\\x9B" : datagram));
         EXPECT_EQ(shown[1], "Critical  module 4095  code 1048575  \\x01\\x0A\\xFF");
-        lines.push_back(shown[0]);
     }
-    EXPECT_EQ(lines[9], "foreign   \\x1B[2J\\x80\\xC2\\x9B");
 }
 
 TEST_F(LogViewer, replacesAnAbandonedSocketButNeitherAFileNorALivingLogger)
 {
     const int abandoned = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, m_path.c_str(), m_path.size() + 1);
-    const void* const generic = &address;
-    ASSERT_EQ(bind(abandoned, static_cast<const sockaddr*>(generic), sizeof(address)), 0);
+    ASSERT_TRUE(attach(&bind, abandoned, m_path));
 
     const KoTest::ChildProcess::Program program{KO_LOGVIEW, {"--socket", m_path, "--count", "1"}, {}, {}};
     const KoTest::ChildResult inUse = KoTest::ChildProcess::execute(program);
@@ -182,7 +173,6 @@ TEST_F(LogViewer, refusesWrongOptions)
             KoTest::ChildProcess::execute(KoTest::ChildProcess::Program{KO_LOGVIEW, arguments, {}, {}});
         EXPECT_GT(result.exitStatus, 0) << arguments.front();
         EXPECT_NE(result.standardError, "") << arguments.front();
-        EXPECT_THAT(result.standardOutput, IsEmpty());
     }
 }
 
