@@ -26,10 +26,11 @@ constexpr unsigned int MAX_TRACE_LEVEL = 1;
 
 void evaluateTraceLevel(const char* value)
 {
-    unsigned int level = 0;
-    if (std::sscanf(value, "%u", &level) == 1 && level <= MAX_TRACE_LEVEL)
+    // The widest type: a converted number that does not fit would be cut, perhaps to a valid level.
+    unsigned long long level = 0;
+    if (std::sscanf(value, "%llu", &level) == 1 && level <= MAX_TRACE_LEVEL)
     {
-        sModuleData->memoryTraceLevel = level;
+        sModuleData->memoryTraceLevel = static_cast<unsigned int>(level);
     }
 }
 

@@ -26,12 +26,13 @@ TEST(LibraryLoad, servesUsesThatComeBeforeItsConstructors)
         int level;
         int isBreakEnabled;
     };
-    const Case cases[] = {{{}, 0, 1},
-                          {{"--memtrace=1"}, 1, 1},
-                          {{"--memtrace=2", "--nobreak"}, 0, 0},
-                          {{"--memtrace=1", "--memtrace=x", "-1"}, 1, 1},
-                          {{"--memtrace=1", "--nobreak", "--memtrace=0"}, 0, 0},
-                          {{"--nobreaks", "memtrace=1"}, 0, 1}};
+    const Case cases[] = {
+        {{}, 0, 1},
+        {{"--memtrace=1"}, 1, 1},
+        {{"--nobreak", "--memtrace= 1x"}, 1, 0},
+        {{"--memtrace=1", "--nobreak", "--memtrace=0"}, 0, 0},
+        {{"--memtrace=1", "--memtrace=2", "--memtrace=-1", "--memtrace=", "--memtrace=x"}, 1, 1},
+        {{"--memtrace=4294967297", "--nobreaks", "-nobreak", "memtrace=1", "--memtrace"}, 0, 1}};
     for (const Case& entry : cases)
     {
         const std::string level = std::to_string(entry.level);
