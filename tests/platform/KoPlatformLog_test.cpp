@@ -84,17 +84,16 @@ TEST_F(KoPlatformLogTest, SendsOneDatagramPerLine)
 TEST_F(KoPlatformLogTest, ToleratesALoggerThatIsMissingEndsAndComesBack)
 {
     EXPECT_EQ(log("nobody"), ENOENT);
-    for (const char* text : {"first", "after an end", "restarted between two lines"})
+    for (const char* text : {"first", "second"})
     {
         startLogger();
         EXPECT_EQ(log(text), 0);
         EXPECT_EQ(next(), line(text));
-        if (text[0] == 'f')
-        {
-            stopLogger();
-            EXPECT_EQ(log("dead"), ENOENT);
-        }
+        stopLogger();
+        EXPECT_EQ(log("dead"), ENOENT);
     }
+    startLogger();
+    EXPECT_EQ(log("before a restart"), 0);
     startLogger();
     const auto logInThread = [] { EXPECT_EQ(log("x"), 0); };
     std::thread threads[] = {std::thread(logInThread), std::thread(logInThread), std::thread(logInThread)};
