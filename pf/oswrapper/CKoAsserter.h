@@ -45,9 +45,13 @@ public:
     /// Prints the first line of a fatal error to the system log and to standard error.
     static void logFatalError(unsigned int line, const char* file, const char* message);
 
+    /// Assertions counted so far, reported or not, unless a harness has overwritten the count.
     static unsigned int getOccuredAssertions();
+    /// Overwrites the occurred count.
     static void setOccuredAssertions(unsigned int count);
+    /// The occurred count from which on assertions are reported; 0 reports all.
     static unsigned int getExpectedAssertions();
+    /// Overwrites the expected count.
     static void setExpectedAssertions(unsigned int count);
 
 private:

@@ -17,6 +17,7 @@ KO_EXPORT const unsigned int* castToUInt32Ptr(const void* pointer);
 KO_EXPORT unsigned short* castToUInt16Ptr(void* pointer);
 KO_EXPORT const unsigned short* castToUInt16Ptr(const void* pointer);
 
+/// Stores `value` into `count` elements. The pointer is aligned for its element type.
 KO_EXPORT void memFillUInt64(unsigned long long* dst, unsigned int count, unsigned long long value);
 KO_EXPORT void memFillUInt32(unsigned int* dst, unsigned int count, unsigned int value);
 KO_EXPORT void memFillUInt16(unsigned short* dst, unsigned int count, unsigned short value);

@@ -77,9 +77,10 @@ KO_EXPORT inline void release(void* block)
 /// The same; the size is ignored.
 KO_EXPORT void release(void* block, unsigned int size);
 
+/// A snapshot of the accounting; changes of other threads meanwhile may be in it or not.
 KO_EXPORT SKoHeapInfo getHeapInfo();
 
-/// The counter of SKoHeapInfo.
+/// The counter of SKoHeapInfo: modulo 2^32, 0 when the process is not traced.
 KO_EXPORT unsigned int getAllocatedBytes();
 
 } // namespace KoMemory

@@ -8,7 +8,8 @@ class CKoString;
 /// against the linker's map file. Called for every reported assertion and every failed checked allocation.
 ///
 /// Any thread may call. Dumps are serialised by one lock, so records in one file never interleave; the call
-/// may wait for another thread's dump. A file that cannot be opened is named on standard output and nothing
+/// may wait for another thread's dump. A forked child can dump at once, also when it was forked during a
+/// dump. A file that cannot be opened is named on standard output and nothing
 /// else happens.
 namespace KoBacktrace
 {
