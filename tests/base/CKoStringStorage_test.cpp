@@ -236,7 +236,7 @@ TEST(CKoStringStorage, CharConstructNeedsAPrivateBlockWithRoom)
     const CKoString sharer(string);
     string.charConstruct("x", 1U, 3U);
     EXPECT_EQ(see(sharer), (Seen{"a\xC3\xA9", 2U, 4U}));
-    EXPECT_EQ(reports.assertions().size(), 3U);
+    EXPECT_EQ(reports.summaries().size(), 3U);
 }
 
 TEST(CKoStringStorage, EqualityComparesCharactersThenBytes)

@@ -1,7 +1,9 @@
 #include "pf/containers/CKoVectorBase.h"
 
 #include <climits>
+#include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,31 +17,40 @@ namespace
 
 using Element = KoTest::LifetimeElement<false>;
 
-/// The core in the hands of a client: calls it with functions that write down what they are asked for.
+std::string sCalls;
+
+/// Calls an element function and writes down its letter and the number of elements.
+template <char LETTER, auto FUNCTION, class... Arguments>
+auto noted(Arguments... arguments)
+{
+    const int n = std::get<sizeof...(arguments) - 1>(std::tie(arguments...));
+    sCalls += LETTER + std::to_string(n) + " ";
+    return FUNCTION(arguments...);
+}
+
+/// The core in the hands of a client, holding 0, 1, 2, 3.
 class Core : public CKoVectorBase
 {
 public:
-    static inline std::string calls;
-
-    explicit Core(int capacity = 0)
-        : CKoVectorBase(capacity, nullptr, ELEMENT_SIZE)
+    Core()
+        : CKoVectorBase(0, nullptr, ELEMENT_SIZE)
     {
+        for (int i = 0; i < 4; ++i)
+            pushBack(Element(i));
+        sCalls.clear();
     }
-    ~Core() { internal_destruct(m_data, &destroy); }
+    ~Core() { internal_destruct(m_data, DESTROY); }
 
-    void pushBack(const Element& value)
+    void pushBack(const Element& value) { internal_push_back(ELEMENT_SIZE, &value, COPY, DESTROY); }
+    void resize(int size, const Element& value)
     {
-        internal_push_back(ELEMENT_SIZE, &value, &copyConstruct, &destroy);
-    }
-    void resize(int newSize, const Element& value)
-    {
-        internal_resize(newSize, ELEMENT_SIZE, &value, &copyConstruct, &destroy);
+        internal_resize(size, ELEMENT_SIZE, &value, COPY, DESTROY);
     }
     void insert(int pos, int count, const Element* src)
     {
-        internal_insert(pos, count, src, ELEMENT_SIZE, &assign, &copyConstruct, &relocate);
+        internal_insert(pos, count, src, ELEMENT_SIZE, ASSIGN, COPY, MOVE);
     }
-    bool makeRoom(int more) { return internal_makeRoom(more, ELEMENT_SIZE, &relocate); }
+    bool makeRoom(int more) { return internal_makeRoom(more, ELEMENT_SIZE, MOVE); }
     Element* at(int index) { return static_cast<Element*>(internal_get(index, ELEMENT_SIZE)); }
 
     std::string values()
@@ -50,13 +61,12 @@ public:
         return text;
     }
 
-    /// As if so many elements were there.
-    template <class Call>
-    void pretendFull(Call call)
+    /// Appends as if so many elements were there.
+    void pushBackWhenFull(const Element& value)
     {
         const SVectorData kept = *m_data;
         m_data->size = m_data->capacity = INT_MAX;
-        call();
+        pushBack(value);
         m_data->size = kept.size;
         m_data->capacity = kept.capacity;
     }
@@ -65,99 +75,53 @@ private:
     using Functions = KoPrivate::TKoElementFunctions<Element>;
     static constexpr int ELEMENT_SIZE = static_cast<int>(sizeof(Element));
 
-    static void note(const char* what, int n) { calls += what + std::to_string(n) + " "; }
-    static bool copyConstruct(void* dst, const void* src, int n)
-    {
-        note("copy", n);
-        return Functions::copyConstruct(dst, src, n);
-    }
-    static bool relocate(void* dst, const void* src, int n)
-    {
-        note("move", n);
-        return Functions::relocate(dst, src, n);
-    }
-    static void assign(void* dst, const void* src, int n)
-    {
-        note("assign", n);
-        Functions::assign(dst, src, n);
-    }
-    static void destroy(void* elements, int n)
-    {
-        note("destroy", n);
-        Functions::destroy(elements, n);
-    }
+    static constexpr CopyConstructFunction COPY = &noted<'c', &Functions::copyConstruct>;
+    static constexpr RelocateFunction MOVE = &noted<'m', &Functions::relocate>;
+    static constexpr AssignFunction ASSIGN = &noted<'a', &Functions::assign>;
+    static constexpr DestroyFunction DESTROY = &noted<'d', &Functions::destroy>;
 };
 
-class CKoVectorBaseTest : public testing::Test
+TEST(CKoVectorBase, handlesEachElementOnceAndCopiesItsOwnBeforeTheyGo)
 {
-protected:
-    CKoVectorBaseTest()
-    {
-        for (int i = 0; i < 4; ++i)
-            core.pushBack(Element(i));
-        Core::calls.clear();
-    }
-    ~CKoVectorBaseTest() override { EXPECT_EQ(0, Element::faults); }
-
-    Core core;
-};
-
-TEST_F(CKoVectorBaseTest, aFullVectorAppendsItsOwnElementBeforeTheOldOnesGo)
-{
-    core.pushBack(*core.at(1));
-    EXPECT_EQ("01231", core.values());
-    EXPECT_EQ("copy4 copy1 destroy4 ", Core::calls);
-    EXPECT_EQ(5, Element::alive);
-}
-
-TEST_F(CKoVectorBaseTest, resizingCopiesTheValueOneByOneAndDestroysAtTheEnd)
-{
-    core.resize(6, *core.at(2));
-    EXPECT_EQ("012322", core.values());
-    core.resize(1, *core.at(0));
-    EXPECT_EQ("0", core.values());
-    EXPECT_EQ("copy4 copy1 copy1 destroy4 destroy5 ", Core::calls);
-    EXPECT_EQ(1, Element::alive);
-}
-
-TEST_F(CKoVectorBaseTest, insertingInPlaceShiftsByCopyAndAssignment)
-{
-    ASSERT_TRUE(core.makeRoom(4));
-    Core::calls.clear();
     const Element values[] = {Element(7), Element(8), Element(9)};
-    core.insert(0, 1, values);
-    EXPECT_EQ("70123", core.values());
-    EXPECT_EQ("copy1 assign3 assign1 ", Core::calls);
-    Core::calls.clear();
-    core.insert(3, 3, values);
-    EXPECT_EQ("70178923", core.values());
-    EXPECT_EQ("copy2 copy1 assign2 ", Core::calls);
+    const struct
+    {
+        std::function<void(Core&)> change;
+        const char* expected;
+        const char* calls;
+    } cases[] = {
+        {[](Core& core) { core.pushBack(*core.at(1)); }, "01231", "c4 c1 d4 "},
+        {[](Core& core) { core.resize(6, *core.at(2)); }, "012322", "c4 c1 c1 d4 "},
+        {[](Core& core) { core.resize(1, *core.at(0)); }, "0", "d3 "},
+        {[](Core& core) { core.insert(1, 3, core.at(0)); }, "0012123", "c3 m1 m3 "},
+        {[](Core& core) { core.makeRoom(4); }, "0123", "m4 "},
+        {[&](Core& core) { core.makeRoom(4), core.insert(0, 1, values); }, "70123", "m4 c1 a3 a1 "},
+        {[&](Core& core) { core.makeRoom(4), core.insert(2, 3, values); }, "0178923", "m4 c2 c1 a2 "},
+    };
+    for (const auto& [change, expected, calls] : cases)
+    {
+        Core core;
+        change(core);
+        EXPECT_EQ(calls, sCalls);
+        EXPECT_EQ(expected, core.values());
+        EXPECT_EQ(core.size() + 3, KoTest::Lifetimes::alive) << expected;
+    }
+    EXPECT_EQ(0, KoTest::Lifetimes::faults);
 }
 
-TEST_F(CKoVectorBaseTest, insertingWithGrowthMovesEachElementOnce)
+TEST(CKoVectorBase, whatCannotBeCountedIsRefused)
 {
-    core.insert(1, 3, core.at(0));
-    EXPECT_EQ("0012123", core.values());
-    EXPECT_EQ("copy3 move1 move3 ", Core::calls);
-    EXPECT_EQ(7, Element::alive);
-}
-
-TEST_F(CKoVectorBaseTest, whatCannotBeCountedIsRefused)
-{
-    const Element value(5);
+    Core core;
     KoTest::AssertionReports reports;
     EXPECT_FALSE(core.makeRoom(INT_MAX - 3));
-    core.pretendFull([&] { core.pushBack(value); });
+    core.pushBackWhenFull(Element(5));
     EXPECT_EQ(std::vector<std::string>(2, "CKoVectorBase.internal_reserve(): Invalid parameter"),
               reports.summaries());
     EXPECT_EQ("0123", core.values());
-    EXPECT_EQ("", Core::calls);
-}
+    EXPECT_EQ("", sCalls);
 
-TEST(CKoVectorBase, theDefaultPolicyDoublesUpToTheLargestInt)
-{
     const int expected[][2] = {
-        {-1, 4}, {0, 4}, {5, 8}, {1 << 30, 1 << 30}, {(1 << 30) + 1, INT_MAX}, {INT_MAX, INT_MAX}};
+        {-1, 4}, {4, 4}, {5, 8}, {100, 128}, {128, 128}, {1 << 30, 1 << 30}, {(1 << 30) + 1, INT_MAX}};
     for (const auto& [requested, capacity] : expected)
         EXPECT_EQ(capacity, CKoVectorBase::calculateActualCapacity(requested, 1000)) << requested;
 }

@@ -5,24 +5,28 @@
 namespace KoTest
 {
 
+/// What the elements of both kinds count.
+struct Lifetimes
+{
+    static inline int alive = 0;
+    static inline int faults = 0;
+};
+
 /// An element that counts the living and notices misuse of its memory: use without construction, double
 /// destruction, and, unless it is relocatable, a bitwise move, because it then knows its own address.
 template <bool RELOCATABLE>
-class LifetimeElement
+class LifetimeElement : public Lifetimes
 {
 public:
-    static inline int alive = 0;
-    static inline int faults = 0;
-
     explicit LifetimeElement(int value)
-        : m_value(value)
+        : m_magic(magic())
+        , m_value(value)
     {
-        begin();
+        ++alive;
     }
     LifetimeElement(const LifetimeElement& other)
-        : m_value(other.value())
+        : LifetimeElement(other.value())
     {
-        begin();
     }
     ~LifetimeElement()
     {
@@ -30,7 +34,6 @@ public:
         --alive;
         m_magic = nullptr;
     }
-
     LifetimeElement& operator=(const LifetimeElement& other)
     {
         check();
@@ -44,18 +47,10 @@ public:
         return m_value;
     }
 
-    friend bool operator==(const LifetimeElement& a, const LifetimeElement& b)
-    {
-        return a.value() == b.value();
-    }
+    bool operator==(const LifetimeElement& other) const { return value() == other.value(); }
 
 private:
     const void* magic() const { return RELOCATABLE ? static_cast<const void*>(&alive) : this; }
-    void begin()
-    {
-        ++alive;
-        m_magic = magic();
-    }
     void check() const { faults += m_magic != magic() ? 1 : 0; }
 
     const void* m_magic;

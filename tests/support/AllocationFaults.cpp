@@ -60,10 +60,14 @@ bool FailingAllocation::hasFailed() const
     return tState.hasFailed;
 }
 
+} // namespace KoTest
+
 #ifndef KO_TEST_SANITIZER
 
 namespace
 {
+
+using namespace KoTest;
 
 /// Counts an allocation and tells whether it is to fail; sets errno then.
 bool failsNow()
@@ -82,12 +86,6 @@ bool failsNow()
 
 } // namespace
 
-#endif
-
-} // namespace KoTest
-
-#ifndef KO_TEST_SANITIZER
-
 extern "C"
 {
     // The C library's own entries behind the interposed names.
@@ -98,38 +96,24 @@ extern "C"
 
     void* malloc(std::size_t size) noexcept
     {
-        return KoTest::failsNow() ? nullptr : __libc_malloc(size);
+        return failsNow() ? nullptr : __libc_malloc(size);
     }
 
     void* calloc(std::size_t count, std::size_t size) noexcept
     {
-        return KoTest::failsNow() ? nullptr : __libc_calloc(count, size);
+        return failsNow() ? nullptr : __libc_calloc(count, size);
     }
 
     void* realloc(void* block, std::size_t size) noexcept
     {
-        return KoTest::failsNow() ? nullptr : __libc_realloc(block, size);
-    }
-
-    void* memalign(std::size_t alignment, std::size_t size) noexcept
-    {
-        return KoTest::failsNow() ? nullptr : __libc_memalign(alignment, size);
-    }
-
-    void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
-    {
-        return KoTest::failsNow() ? nullptr : __libc_memalign(alignment, size);
+        return failsNow() ? nullptr : __libc_realloc(block, size);
     }
 
     int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept
     {
-        void* const result = KoTest::failsNow() ? nullptr : __libc_memalign(alignment, size);
-        if (result == nullptr)
-        {
-            return ENOMEM;
-        }
-        *block = result;
-        return 0;
+        void* const result = failsNow() ? nullptr : __libc_memalign(alignment, size);
+        *block = result != nullptr ? result : *block;
+        return result != nullptr ? 0 : ENOMEM;
     }
 }
 

@@ -1,7 +1,7 @@
 #include "tests/support/AssertionCounter.h"
 
 #include <cstdio>
-#include <cstdlib>
+#include <regex>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,28 +15,6 @@ namespace KoTest
 
 namespace
 {
-
-const char* const STANDARD_ERROR_FILE = "stderr";
-
-/// Takes apart "ASSERTION \"message\" failed in file line". Searched from the right: a message may contain
-/// anything.
-bool parseReport(const std::string& text, ReportedAssertion& report)
-{
-    const std::string begin = "ASSERTION \"";
-    const std::string middle = "\" failed in ";
-    const std::size_t middleAt = text.rfind(middle);
-    const std::size_t lineAt = text.rfind(' ');
-    if (text.compare(0, begin.size(), begin) != 0 || middleAt == std::string::npos ||
-        lineAt < middleAt + middle.size())
-    {
-        return false;
-    }
-    const std::size_t fileAt = middleAt + middle.size();
-    report.message = text.substr(begin.size(), middleAt - begin.size());
-    report.file = text.substr(fileAt, lineAt - fileAt);
-    report.line = static_cast<unsigned int>(std::strtoul(text.c_str() + lineAt, nullptr, 10));
-    return true;
-}
 
 int redirectStandardError(const std::string& path)
 {
@@ -69,16 +47,11 @@ unsigned int AssertionCounter::count() const
     return CKoAsserter::getOccuredAssertions() - m_occurredBefore;
 }
 
-bool operator==(const ReportedAssertion& a, const ReportedAssertion& b)
-{
-    return a.message == b.message && a.file == b.file && a.line == b.line;
-}
-
 AssertionReports::AssertionReports()
-    : m_directoryVariable("KO_ASSERTION_BACKTRACE_DIR", m_backtraces.path().c_str())
+    : m_directoryVariable("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str())
     , m_abortVariable("KO_ENABLE_ABORT_ON_ASSERTION", nullptr)
     , m_expectedBefore(CKoAsserter::getExpectedAssertions())
-    , m_standardError(redirectStandardError(m_output.file(STANDARD_ERROR_FILE)))
+    , m_standardError(redirectStandardError(m_directory.file("stderr")))
 {
     CKoAsserter::setExpectedAssertions(0);
 }
@@ -91,29 +64,25 @@ AssertionReports::~AssertionReports()
     close(m_standardError);
 }
 
-std::vector<ReportedAssertion> AssertionReports::assertions() const
+std::vector<std::string> AssertionReports::reports(const char* format) const
 {
-    const int critical = 1;
-    std::vector<ReportedAssertion> result;
-    for (const std::string& text : m_log.texts(critical))
+    constexpr int CRITICAL = 1;
+    const std::regex pattern("ASSERTION \"([\\s\\S]*)\" failed in (.*) ([0-9]+)");
+    std::vector<std::string> result;
+    for (const std::string& text : m_log.texts(CRITICAL))
     {
-        ReportedAssertion report{};
-        if (parseReport(text, report))
-        {
-            result.push_back(report);
-        }
+        std::smatch match;
+        if (std::regex_match(text, match, pattern))
+            result.push_back(match.format(format));
     }
     return result;
 }
 
-std::vector<std::string> AssertionReports::summaries() const
+void ReportCase::expectReport() const
 {
-    std::vector<std::string> result;
-    for (const ReportedAssertion& report : assertions())
-    {
-        result.push_back(report.file + ": " + report.message);
-    }
-    return result;
+    const AssertionReports reports;
+    call();
+    EXPECT_EQ(std::vector<std::string>{summary}, reports.summaries());
 }
 
 } // namespace KoTest

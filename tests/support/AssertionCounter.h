@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace KoTest
 class AssertionCounter
 {
 public:
-    explicit AssertionCounter(unsigned int expectedCount = 1);
+    explicit AssertionCounter(unsigned int expectedCount);
     ~AssertionCounter();
     AssertionCounter(const AssertionCounter&) = delete;
     AssertionCounter& operator=(const AssertionCounter&) = delete;
@@ -28,16 +29,6 @@ private:
     unsigned int m_expectedBefore;
 };
 
-/// One reported assertion, taken from its log line.
-struct ReportedAssertion
-{
-    std::string message; ///< "???" for an assertion without one
-    std::string file;
-    unsigned int line;
-};
-
-bool operator==(const ReportedAssertion& a, const ReportedAssertion& b);
-
 /// Lets assertions be reported in full while it lives: log lines are captured, standard error goes to a file
 /// and backtraces go to a temporary directory. Not for use from several threads, and not nested.
 class AssertionReports
@@ -48,21 +39,30 @@ public:
     AssertionReports(const AssertionReports&) = delete;
     AssertionReports& operator=(const AssertionReports&) = delete;
 
-    /// What was reported since the construction or the last clear, in order.
-    std::vector<ReportedAssertion> assertions() const;
-    /// "file: message" of each report, for comparisons that do not care about line numbers.
-    std::vector<std::string> summaries() const;
-    /// Forgets the lines, not the files.
-    void clear() { m_log.clear(); }
+    /// What was reported, in order, as "file: message"; the message is "???" when there is none.
+    std::vector<std::string> summaries() const { return reports("$2: $1"); }
+    /// The same as "file line: message".
+    std::vector<std::string> summariesWithLines() const { return reports("$2 $3: $1"); }
 
 private:
-    TemporaryDirectory m_backtraces;
-    TemporaryDirectory m_output;
+    std::vector<std::string> reports(const char* format) const;
+
+    TemporaryDirectory m_directory;
     ScopedEnvironment m_directoryVariable;
     ScopedEnvironment m_abortVariable;
     LogCapture m_log;
     unsigned int m_expectedBefore;
     int m_standardError;
+};
+
+/// A call that is to report once, as "file: message".
+struct ReportCase
+{
+    const char* summary;
+    std::function<void()> call;
+
+    /// Makes the call and compares.
+    void expectReport() const;
 };
 
 } // namespace KoTest

@@ -60,19 +60,21 @@ ShortTransfer::~ShortTransfer()
     tCalls[m_call].maxBytes = 0;
 }
 
+} // namespace KoTest
+
 #ifndef KO_TEST_SANITIZER
 
 namespace
 {
+
+using namespace KoTest;
 
 /// Tells whether this call is to fail; sets errno then.
 bool failsNow(FaultCall call)
 {
     CallState& state = tCalls[call];
     if (state.left == 0)
-    {
         return false;
-    }
     if (state.skip > 0)
     {
         --state.skip;
@@ -106,15 +108,9 @@ Function* realFunction(Function*& cached, const char* name)
 
 } // namespace
 
-#endif
-
-} // namespace KoTest
-
-#ifndef KO_TEST_SANITIZER
-
 #define KO_REAL(function, name)                                                                              \
     static decltype(function)* sReal = nullptr;                                                              \
-    decltype(function)* const real = KoTest::realFunction(sReal, name)
+    decltype(function)* const real = realFunction(sReal, name)
 
 extern "C"
 {
@@ -125,32 +121,26 @@ extern "C"
         const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
         va_end(arguments);
         KO_REAL(openat, "openat64");
-        return KoTest::failsNow(KoTest::FAULT_OPEN) ? -1 : real(directory, path, flags, mode);
+        return failsNow(FAULT_OPEN) ? -1 : real(directory, path, flags, mode);
     }
 
     ssize_t read(int descriptor, void* buffer, std::size_t size)
     {
         KO_REAL(read, "read");
-        return KoTest::failsNow(KoTest::FAULT_READ)
-                   ? -1
-                   : real(descriptor, buffer, KoTest::shortened(KoTest::FAULT_READ, size));
+        return failsNow(FAULT_READ) ? -1 : real(descriptor, buffer, shortened(FAULT_READ, size));
     }
 
     ssize_t write(int descriptor, const void* buffer, std::size_t size)
     {
         KO_REAL(write, "write");
-        return KoTest::failsNow(KoTest::FAULT_WRITE)
-                   ? -1
-                   : real(descriptor, buffer, KoTest::shortened(KoTest::FAULT_WRITE, size));
+        return failsNow(FAULT_WRITE) ? -1 : real(descriptor, buffer, shortened(FAULT_WRITE, size));
     }
 
     void* mmap(void* address, std::size_t size, int protection, int flags, int descriptor,
                off_t offset) noexcept
     {
         KO_REAL(mmap, "mmap64");
-        return KoTest::failsNow(KoTest::FAULT_MAP)
-                   ? MAP_FAILED
-                   : real(address, size, protection, flags, descriptor, offset);
+        return failsNow(FAULT_MAP) ? MAP_FAILED : real(address, size, protection, flags, descriptor, offset);
     }
 
     long syscall(long number, ...) noexcept
@@ -159,9 +149,7 @@ extern "C"
         va_list arguments;
         va_start(arguments, number);
         for (long& word : words)
-        {
             word = va_arg(arguments, long);
-        }
         va_end(arguments);
 #ifdef SYS_futex_time64
         const bool isFutex = number == SYS_futex || number == SYS_futex_time64;
@@ -169,7 +157,7 @@ extern "C"
         const bool isFutex = number == SYS_futex;
 #endif
         KO_REAL(syscall, "syscall");
-        return isFutex && KoTest::failsNow(KoTest::FAULT_FUTEX)
+        return isFutex && failsNow(FAULT_FUTEX)
                    ? -1
                    : real(number, words[0], words[1], words[2], words[3], words[4], words[5]);
     }

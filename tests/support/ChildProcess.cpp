@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -109,11 +110,11 @@ public:
 
     ChildResult finish(std::uint64_t timeoutMs)
     {
-        const Deadline deadline(timeoutMs);
+        const Stopwatch watch;
         int status = 0;
         while (waitpid(m_result.pid, &status, WNOHANG) == 0)
         {
-            if (deadline.hasPassed() && !m_result.timedOut)
+            if (watch.isPast(timeoutMs) && !m_result.timedOut)
             {
                 m_result.timedOut = true;
                 kill(m_result.pid, SIGKILL);
@@ -143,9 +144,7 @@ private:
         char buffer[4096];
         ssize_t count = 0;
         while ((count = recv(m_logSocket, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0)
-        {
             m_result.log.push_back(parseDatagram(std::string(buffer, static_cast<std::size_t>(count))));
-        }
     }
 
     TemporaryDirectory m_directory;
@@ -160,32 +159,16 @@ private:
     const bool hadFailure = testing::Test::HasFailure();
     int status = body();
     if (!hadFailure && testing::Test::HasFailure())
-    {
         status = ChildProcess::EXPECTATION_FAILED;
-    }
     std::fflush(nullptr);
     _exit(status);
-}
-
-void applyEnvironment(const ChildProcess::Program& program)
-{
-    for (const auto& entry : program.environment)
-    {
-        if (entry.second == nullptr)
-        {
-            unsetenv(entry.first.c_str());
-        }
-        else
-        {
-            setenv(entry.first.c_str(), entry.second, 1);
-        }
-    }
 }
 
 [[noreturn]] void executeProgram(const ChildProcess::Program& program, const std::string& logPath)
 {
     setenv("KO_PLATFORM_LOG", logPath.c_str(), 1);
-    applyEnvironment(program);
+    for (const auto& [name, value] : program.environment)
+        setVariable(name.c_str(), value);
 #ifdef KO_TEST_EMULATOR
     std::vector<std::string> words = {KO_TEST_EMULATOR};
 #else
@@ -195,9 +178,7 @@ void applyEnvironment(const ChildProcess::Program& program)
     words.insert(words.end(), program.arguments.begin(), program.arguments.end());
     std::vector<char*> pointers;
     for (std::string& word : words)
-    {
         pointers.push_back(word.data());
-    }
     pointers.push_back(nullptr);
     execvp(pointers[0], pointers.data());
     _exit(EXEC_FAILED);
@@ -207,36 +188,29 @@ void applyEnvironment(const ChildProcess::Program& program)
 
 std::vector<std::string> ChildResult::logTexts() const
 {
-    const std::string prefix = "pid " + std::to_string(pid) + ": ";
     std::vector<std::string> result;
     for (const LogLine& line : log)
-    {
-        const bool hasPrefix = line.text.compare(0, prefix.size(), prefix) == 0;
-        result.push_back(hasPrefix ? line.text.substr(prefix.size()) : line.text);
-    }
+        result.push_back(line.withoutPrefix(pid));
     return result;
 }
 
 std::string ChildResult::describe() const
 {
-    std::string result = "exit status " + std::to_string(exitStatus) + ", signal " + std::to_string(signal) +
-                         (timedOut ? ", timed out" : "") + "\nstdout:\n" + standardOutput + "\nstderr:\n" +
-                         standardError + "\nlog:\n";
+    std::ostringstream text;
+    text << "exit status " << exitStatus << ", signal " << signal << (timedOut ? ", timed out" : "")
+         << "\nstdout:\n"
+         << standardOutput << "\nstderr:\n"
+         << standardError << "\nlog:\n";
     for (const LogLine& line : log)
-    {
-        result +=
-            std::to_string(line.severity) + " (" + std::to_string(line.opcode) + ") " + line.text + "\n";
-    }
-    return result;
+        text << line.severity << " (" << line.opcode << ") " << line.text << "\n";
+    return text.str();
 }
 
 ChildResult ChildProcess::run(const std::function<int()>& body, std::uint64_t timeoutMs)
 {
     Run child;
     if (child.fork())
-    {
         runForkedBody(body, child.logPath());
-    }
     return child.finish(timeoutMs);
 }
 
@@ -244,13 +218,9 @@ ChildResult ChildProcess::execute(const Program& program, std::uint64_t timeoutM
 {
     Run child;
     if (child.fork())
-    {
         executeProgram(program, child.logPath());
-    }
     if (program.whileRunning)
-    {
         program.whileRunning(child.pid());
-    }
     return child.finish(timeoutMs);
 }
 

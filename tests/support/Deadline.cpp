@@ -48,21 +48,14 @@ testing::AssertionResult Stopwatch::isWithin(std::uint64_t lowerMs, std::uint64_
 {
     const std::uint64_t elapsed = nowNs() - m_startNs;
     if (elapsed >= lowerMs * NS_PER_MS && elapsed <= upperMs * slowness() * NS_PER_MS)
-    {
         return testing::AssertionSuccess();
-    }
     return testing::AssertionFailure()
            << elapsed << " ns passed, expected " << lowerMs << " to " << upperMs * slowness() << " ms";
 }
 
-Deadline::Deadline(std::uint64_t timeoutMs)
-    : m_deadlineNs(nowNs() + timeoutMs * slowness() * NS_PER_MS)
+bool Stopwatch::isPast(std::uint64_t timeoutMs) const
 {
-}
-
-bool Deadline::hasPassed() const
-{
-    return nowNs() >= m_deadlineNs;
+    return nowNs() - m_startNs >= timeoutMs * slowness() * NS_PER_MS;
 }
 
 } // namespace KoTest

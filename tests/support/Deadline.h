@@ -22,33 +22,22 @@ public:
     Stopwatch();
     /// Succeeds when at least lowerMs have passed (to the nanosecond) and at most upperMs times slowness().
     testing::AssertionResult isWithin(std::uint64_t lowerMs, std::uint64_t upperMs) const;
+    /// For loops that wait for another thread or process: whether timeoutMs times slowness() have passed.
+    bool isPast(std::uint64_t timeoutMs) const;
 
 private:
     std::uint64_t m_startNs;
-};
-
-/// A generous bound for loops that wait for another thread or process: upper bound times slowness().
-class Deadline
-{
-public:
-    explicit Deadline(std::uint64_t timeoutMs = 10000);
-    bool hasPassed() const;
-
-private:
-    std::uint64_t m_deadlineNs;
 };
 
 /// Calls until condition() holds, giving up the processor in between; false when the deadline passes first.
 template <typename Condition>
 bool waitUntil(Condition condition, std::uint64_t timeoutMs = 10000)
 {
-    const Deadline deadline(timeoutMs);
+    const Stopwatch watch;
     while (!condition())
     {
-        if (deadline.hasPassed())
-        {
+        if (watch.isPast(timeoutMs))
             return false;
-        }
         sched_yield();
     }
     return true;

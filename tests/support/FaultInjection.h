@@ -17,7 +17,7 @@ public:
     static bool isAvailable();
 };
 
-/// Counts the calling thread's allocations (malloc, calloc, realloc, aligned forms) while it lives.
+/// Counts the calling thread's allocations (malloc, calloc, realloc, posix_memalign) while it lives.
 class AllocationCounter
 {
 public:
@@ -93,7 +93,5 @@ private:
     do                                                                                                       \
     {                                                                                                        \
         if (!KoTest::FaultInjection::isAvailable())                                                          \
-        {                                                                                                    \
             GTEST_SKIP() << "the sanitizer interposes the C library itself";                                 \
-        }                                                                                                    \
     } while (false)

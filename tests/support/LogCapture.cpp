@@ -16,22 +16,21 @@ namespace
 
 std::atomic<LogCapture*> sInnermost{nullptr};
 
-std::string withoutPrefix(const std::string& text)
+} // namespace
+
+std::string pidPrefix(pid_t pid)
 {
-    const std::string prefix = pidPrefix();
+    return "pid " + std::to_string(pid) + ": ";
+}
+
+std::string LogLine::withoutPrefix(pid_t pid) const
+{
+    const std::string prefix = pidPrefix(pid);
     return text.compare(0, prefix.size(), prefix) == 0 ? text.substr(prefix.size()) : text;
 }
 
-} // namespace
-
-std::string pidPrefix()
-{
-    return "pid " + std::to_string(getpid()) + ": ";
-}
-
-LogCapture::LogCapture(std::size_t capacity)
-    : m_slots(new Slot[capacity])
-    , m_capacity(capacity)
+LogCapture::LogCapture()
+    : m_slots(new Slot[CAPACITY])
     , m_outer(sInnermost.exchange(this))
     , m_outerSink(KoPlatform::setLogSink(&LogCapture::receive))
 {
@@ -56,7 +55,7 @@ int LogCapture::record(int opcode, int severity, const char* line)
     const std::size_t length = std::strlen(line);
     {
         const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_size < m_capacity)
+        if (m_size < CAPACITY)
         {
             Slot& slot = m_slots[m_size++];
             const std::size_t kept = std::min(length, LINE_BYTES - 1);
@@ -86,19 +85,7 @@ std::vector<LogLine> LogCapture::lines() const
     std::vector<LogLine> result;
     result.reserve(m_size);
     for (std::size_t i = 0; i < m_size; ++i)
-    {
         result.push_back(LogLine{m_slots[i].opcode, m_slots[i].severity, m_slots[i].text});
-    }
-    return result;
-}
-
-std::vector<std::string> LogCapture::texts() const
-{
-    std::vector<std::string> result;
-    for (const LogLine& line : lines())
-    {
-        result.push_back(withoutPrefix(line.text));
-    }
     return result;
 }
 
@@ -106,12 +93,8 @@ std::vector<std::string> LogCapture::texts(int severity) const
 {
     std::vector<std::string> result;
     for (const LogLine& line : lines())
-    {
-        if (line.severity == severity)
-        {
-            result.push_back(withoutPrefix(line.text));
-        }
-    }
+        if (severity < 0 || line.severity == severity)
+            result.push_back(line.withoutPrefix(getpid()));
     return result;
 }
 

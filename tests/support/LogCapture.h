@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "pf/platform/KoPlatformLog.h"
 
 namespace KoTest
@@ -18,10 +20,12 @@ struct LogLine
     int opcode;
     int severity;
     std::string text; ///< with its "pid %d: " prefix
+
+    std::string withoutPrefix(pid_t pid) const;
 };
 
-/// The prefix that every line of this process carries.
-std::string pidPrefix();
+/// The prefix that every line of a process carries.
+std::string pidPrefix(pid_t pid = getpid());
 
 /// Receives this process's log lines instead of the logger while it lives. Captures nest: the innermost one
 /// receives. Any thread may log meanwhile. Receiving a line allocates nothing and keeps errno; lines beyond
@@ -29,7 +33,7 @@ std::string pidPrefix();
 class LogCapture
 {
 public:
-    explicit LogCapture(std::size_t capacity = 512);
+    LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
@@ -38,14 +42,13 @@ public:
     void failWith(int errorNumber);
 
     std::vector<LogLine> lines() const;
-    /// The texts without the "pid %d: " prefix.
-    std::vector<std::string> texts() const;
-    /// The texts of one severity, without the prefix.
-    std::vector<std::string> texts(int severity) const;
+    /// The texts of one severity, or of all, without the prefix.
+    std::vector<std::string> texts(int severity = -1) const;
     std::size_t size() const;
     void clear();
 
 private:
+    static constexpr std::size_t CAPACITY = 512;
     static constexpr std::size_t LINE_BYTES = 1280;
 
     struct Slot
@@ -60,7 +63,6 @@ private:
 
     mutable std::mutex m_lock;
     std::unique_ptr<Slot[]> m_slots;
-    std::size_t m_capacity;
     std::size_t m_size = 0;
     std::size_t m_dropped = 0;
     std::atomic<int> m_error{0};

@@ -20,9 +20,7 @@ std::string makeDirectory()
     const char* const parent = std::getenv("TMPDIR");
     std::string path = std::string(parent == nullptr ? "/tmp" : parent) + "/ko-test-XXXXXX";
     if (mkdtemp(path.data()) == nullptr)
-    {
         ADD_FAILURE() << "cannot create " << path;
-    }
     return path;
 }
 
@@ -43,9 +41,7 @@ std::vector<std::string> TemporaryDirectory::names() const
 {
     std::vector<std::string> result;
     for (const auto& entry : std::filesystem::directory_iterator(m_path))
-    {
         result.push_back(entry.path().filename().string());
-    }
     std::sort(result.begin(), result.end());
     return result;
 }
@@ -63,34 +59,25 @@ void TemporaryDirectory::write(const std::string& name, const std::string& bytes
     EXPECT_TRUE(stream.good()) << file(name);
 }
 
+void setVariable(const char* name, const char* value)
+{
+    if (value == nullptr)
+        unsetenv(name);
+    else
+        setenv(name, value, 1);
+}
+
 ScopedEnvironment::ScopedEnvironment(const char* name, const char* value)
     : m_name(name)
-    , m_wasSet(std::getenv(name) != nullptr)
 {
-    if (m_wasSet)
-    {
-        m_formerValue = std::getenv(name);
-    }
-    if (value == nullptr)
-    {
-        unsetenv(name);
-    }
-    else
-    {
-        setenv(name, value, 1);
-    }
+    if (const char* const former = std::getenv(name))
+        m_former = former;
+    setVariable(name, value);
 }
 
 ScopedEnvironment::~ScopedEnvironment()
 {
-    if (m_wasSet)
-    {
-        setenv(m_name.c_str(), m_formerValue.c_str(), 1);
-    }
-    else
-    {
-        unsetenv(m_name.c_str());
-    }
+    setVariable(m_name.c_str(), m_former ? m_former->c_str() : nullptr);
 }
 
 } // namespace KoTest

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,10 @@ private:
     std::string m_path;
 };
 
-/// Sets an environment variable (null = removes it) and restores the former state at the end.
+/// Sets an environment variable; null removes it.
+void setVariable(const char* name, const char* value);
+
+/// Sets an environment variable and restores the former state at the end.
 class ScopedEnvironment
 {
 public:
@@ -39,8 +43,7 @@ public:
 
 private:
     std::string m_name;
-    std::string m_formerValue;
-    bool m_wasSet;
+    std::optional<std::string> m_former;
 };
 
 } // namespace KoTest
