@@ -40,12 +40,12 @@ public:
     AssertionReports& operator=(const AssertionReports&) = delete;
 
     /// What was reported, in order, as "file: message"; the message is "???" when there is none.
-    std::vector<std::string> summaries() const { return reports("$2: $1"); }
+    std::vector<std::string> summaries() const { return reports(false); }
     /// The same as "file line: message".
-    std::vector<std::string> summariesWithLines() const { return reports("$2 $3: $1"); }
+    std::vector<std::string> summariesWithLines() const { return reports(true); }
 
 private:
-    std::vector<std::string> reports(const char* format) const;
+    std::vector<std::string> reports(bool withLines) const;
 
     TemporaryDirectory m_directory;
     ScopedEnvironment m_directoryVariable;
