@@ -138,8 +138,7 @@ TEST(CKoBuffer, copiesOutWhatIsThere)
     const CKoBuffer buffer = bufferOf("abcdef");
     const struct
     {
-        unsigned int count;
-        unsigned int offset;
+        unsigned int count, offset;
         std::string expected;
     } cases[] = {{2, 1, "bc"}, {9, 4, "ef"}, {1, 6, ""}, {1, UINT_MAX, ""}, {UINT_MAX, 5, "f"}, {0, 0, ""}};
     for (const auto& [count, offset, expected] : cases)
@@ -171,11 +170,7 @@ TEST(CKoBuffer, brokenPreconditionsAreReported)
         {"CKoBuffer: ???", [&] { shared.truncate(3); }},
         {"CKoRawMemoryBuffer: ???", [] { EXPECT_EQ(nullptr, CKoRawMemoryBuffer(UINT_MAX - 7).getBuffer()); }},
     };
-    for (const KoTest::ReportCase& each : cases)
-    {
-        each.expectReport();
-        EXPECT_EQ("xy", textOf(own));
-    }
+    KoTest::expectReports(cases, [&] { EXPECT_EQ("xy", textOf(own)); });
     EXPECT_EQ("abc", textOf(sharer)) << "a reported truncation goes on";
     EXPECT_EQ((Bytes{2, 0, 0, 0, 'x'}), full.bytes);
     EXPECT_EQ(0U, own.copyTo(nullptr, 2, 9) + own.copyTo("x", 0, 12));
@@ -193,9 +188,7 @@ TEST(CKoBuffer, isStreamedAsSizeAndBytes)
     const CKoBuffer sharer(buffer);
     CKoRCMemoryBuffer base(4);
     stream >> buffer >> base;
-    EXPECT_EQ("abc", textOf(buffer));
-    EXPECT_EQ("old", textOf(sharer));
-    EXPECT_TRUE(base == CKoBuffer());
+    EXPECT_TRUE(buffer == bufferOf("abc") && sharer == bufferOf("old") && base == CKoBuffer());
     CKoBuffer::fromNubStream(stream, buffer);
     EXPECT_EQ("d", textOf(buffer));
     EXPECT_EQ((std::vector<unsigned int>{4, 3, 4, 4, 1}), stream.writes);
@@ -251,18 +244,6 @@ TEST(CKoRCMemoryBuffer, threadsShareAndDropOneBlock)
 unsigned int sAsked = 0;
 int sGivenBack = 0;
 
-void* allocateCustom(unsigned int size)
-{
-    sAsked = size;
-    return std::malloc(size);
-}
-
-void giveBack(void* block)
-{
-    ++sGivenBack;
-    std::free(block);
-}
-
 TEST(CKoRawMemoryBuffer, ownsARawBlockAndReleasesItByTheMatchingFunction)
 {
     const unsigned int expected[][2] = {{0, 8}, {3, 8}, {8, 8}, {9, 9}, {1000, 1000}};
@@ -275,10 +256,12 @@ TEST(CKoRawMemoryBuffer, ownsARawBlockAndReleasesItByTheMatchingFunction)
     const CKoRawMemoryBuffer ofMemory(20, &KoMemory::alloc);
     EXPECT_EQ(20U, ofMemory.getCapacity());
 
-    CKoRawMemoryBuffer custom(3, &allocateCustom);
+    const auto allocate = [](unsigned int size) { return std::malloc(sAsked = size); };
+    const auto giveBack = [](void* block) { std::free((++sGivenBack, block)); };
+    CKoRawMemoryBuffer custom(3, allocate);
     EXPECT_EQ(16U, sAsked) << "two words and the capacity";
-    custom.release(&giveBack);
-    custom.release(&giveBack);
+    custom.release(giveBack);
+    custom.release(giveBack);
     EXPECT_EQ(1, sGivenBack);
 
     const CKoRawMemoryBuffer refused(3, [](unsigned int) -> void* { return nullptr; });

@@ -1,7 +1,6 @@
 #include "pf/containers/KoContainerAssertions.h"
 
 #include <climits>
-#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -31,11 +30,7 @@ TEST(KoContainerAssertions, everyReportNamesItsContainerAndItsMessage)
 {
     const TwoWords words(4, 3);
     const int value = 0;
-    const struct
-    {
-        const char* expected;
-        std::function<void()> call;
-    } cases[] = {
+    const KoTest::ReportCase cases[] = {
         {"f 1: Index our of range", [] { reportAssertion(IndexOutOfRange, "f", 1); }},
         {"f 2: Invalid parameter", [] { reportAssertion(InvalidParameter, "f", 2); }},
         {"f 3: Invalid iterator position", [] { reportAssertion(InvalidIteratorPosition, "f", 3); }},
@@ -56,12 +51,7 @@ TEST(KoContainerAssertions, everyReportNamesItsContainerAndItsMessage)
     };
     EXPECT_TRUE(words.checkGet(0, 1) && words.checkGet(2, 1) && words.checkResize(0, 1));
     EXPECT_TRUE(words.checkErase(0, 2, 1) && words.checkErase(2, 2, 1) && words.checkInsert(3, &value, 1));
-    for (const auto& [expected, call] : cases)
-    {
-        KoTest::AssertionReports reports;
-        call();
-        EXPECT_EQ(std::vector<std::string>{expected}, reports.summariesWithLines());
-    }
+    KoTest::expectReports(cases, [&] { EXPECT_EQ(3, words.size()); });
 }
 
 TEST(KoPrivateVectorBase, capacitiesDoubleFromTheCapacityThatIsThere)

@@ -39,14 +39,11 @@ public:
     AssertionReports(const AssertionReports&) = delete;
     AssertionReports& operator=(const AssertionReports&) = delete;
 
-    /// What was reported, in order, as "file: message"; the message is "???" when there is none.
-    std::vector<std::string> summaries() const { return reports(false); }
-    /// The same as "file line: message".
-    std::vector<std::string> summariesWithLines() const { return reports(true); }
+    /// What was reported, in order, as "file: message" or, with lines, "file line: message"; the message is
+    /// "???" when there is none.
+    std::vector<std::string> summaries(bool withLines = false) const;
 
 private:
-    std::vector<std::string> reports(bool withLines) const;
-
     TemporaryDirectory m_directory;
     ScopedEnvironment m_directoryVariable;
     ScopedEnvironment m_abortVariable;
@@ -55,7 +52,7 @@ private:
     int m_standardError;
 };
 
-/// A call that is to report once, as "file: message".
+/// A call that is to report once, as "file: message" or "file line: message".
 struct ReportCase
 {
     const char* summary;
@@ -64,5 +61,16 @@ struct ReportCase
     /// Makes the call and compares.
     void expectReport() const;
 };
+
+/// Makes the calls and lets `check` look after each that nothing has changed.
+template <std::size_t COUNT, class Check>
+void expectReports(const ReportCase (&cases)[COUNT], Check check)
+{
+    for (const ReportCase& each : cases)
+    {
+        each.expectReport();
+        check();
+    }
+}
 
 } // namespace KoTest
