@@ -217,6 +217,11 @@ void CKoString::replaceInOnePass(const CKoString& from, const CKoString& to)
     {
         return;
     }
+    if (!isValidCapacity(m_data->capacity))
+    {
+        reportCapacity(__LINE__, "CKoString::replace", m_data->capacity);
+        return;
+    }
     const unsigned long long capacity =
         isShared() ? growth.mostNew : std::max(growth.mostNew, 0ULL + oldBytes);
     if (!isValidCapacity(capacity))

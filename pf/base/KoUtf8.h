@@ -29,11 +29,9 @@ inline unsigned int sequenceLength(char leadByte)
     return UTF8LookUpTable[static_cast<unsigned char>(leadByte)];
 }
 
-/// The longest prefix of the bytes that consists of whole sequences.
-SUtf8Span scanUtf8(const char* bytes, unsigned int count);
-
-/// As validateUtf8, and copies the prefix to `target` unless it lies there already. Reads each part of the
-/// bytes only once from memory.
+/// Copies the longest prefix of the bytes that consists of whole sequences to `target`, unless it lies there
+/// already. When that is not all, a line in the log says so. Reads each part of the bytes only once from
+/// memory; behind the prefix the target may be written to as well, as far as `count`.
 SUtf8Span copyValidUtf8(char* target, const char* bytes, unsigned int count);
 
 /// Sequences by their lead bytes in bytes that nobody has checked: a byte that leads none counts as one, and

@@ -90,49 +90,9 @@ void passAsciiPieces(SScan& scan)
     }
 }
 
-#if defined(__x86_64__)
-
-/// Below this a wider register gains nothing.
-constexpr unsigned int WIDE_WORTHWHILE = 512U;
-
-/// As passAsciiPieces with registers beyond the baseline, which the caller has asked the processor for.
-__attribute__((target("avx2"))) void passAsciiWide(SScan& scan)
-{
-    constexpr unsigned int PIECE = 4U * sizeof(__m256i);
-    while (scan.remaining() >= PIECE)
-    {
-        const auto* const here = reinterpret_cast<const __m256i*>(scan.position);
-        const __m256i low = _mm256_or_si256(_mm256_loadu_si256(here), _mm256_loadu_si256(here + 1));
-        const __m256i high = _mm256_or_si256(_mm256_loadu_si256(here + 2), _mm256_loadu_si256(here + 3));
-        if (_mm256_movemask_epi8(_mm256_or_si256(low, high)) != 0)
-        {
-            return;
-        }
-        scan.passAscii(PIECE);
-    }
-}
-
-void passLongAscii(SScan& scan)
-{
-    if (scan.remaining() >= WIDE_WORTHWHILE && __builtin_cpu_supports("avx2") != 0)
-    {
-        passAsciiWide(scan);
-    }
-    passAsciiPieces<8>(scan);
-}
-
-#else
-
-void passLongAscii(SScan& scan)
-{
-    passAsciiPieces<8>(scan);
-}
-
-#endif
-
 void passAscii(SScan& scan)
 {
-    passLongAscii(scan);
+    passAsciiPieces<8>(scan);
     passAsciiPieces<1>(scan);
     const unsigned int rest = scan.remaining();
     const bool isRestInVector =
@@ -150,6 +110,12 @@ struct SJudgement
     unsigned int characters; ///< bytes that are not 10xxxxxx
 };
 
+/// Where a byte of the form 10xxxxxx is asked for by the bytes one, two and three places before it.
+ByteMask areAsked(ByteVector before1, ByteVector before2, ByteVector before3)
+{
+    return isAtLeast(before1, 0xC0U) | isAtLeast(before2, 0xE0U) | isAtLeast(before3, 0xF0U);
+}
+
 template <unsigned int VECTORS>
 SJudgement judge(const char* bytes)
 {
@@ -161,16 +127,28 @@ SJudgement judge(const char* bytes)
         const char* const here = bytes + at;
         const ByteVector current = loadVector(here);
         const ByteMask isNext = areContinuations(current);
-        const ByteMask isAsked = isAtLeast(loadVector(here - 1), 0xC0U) |
-                                 isAtLeast(loadVector(here - 2), 0xE0U) |
-                                 isAtLeast(loadVector(here - 3), 0xF0U);
-        wrong |= isNext ^ isAsked;
+        wrong |= isNext ^ areAsked(loadVector(here - 1), loadVector(here - 2), loadVector(here - 3));
         continuations -= isNext;
         largest = larger(largest, current);
     }
     const bool isRegular = !isAnySet(wrong | isAtLeast(largest, 0xF8U));
     const unsigned int nexts = sumSmall(reinterpret_cast<ByteVector>(continuations));
     return {isRegular, !hasTopBit(largest), VECTORS * VECTOR_SIZE - nexts};
+}
+
+/// As judge for a vector that zero bytes come before.
+SJudgement judgeAfterZeros(ByteVector current)
+{
+    const ByteVector zeros{};
+    // clang-format off
+    const ByteVector before1 = __builtin_shufflevector(zeros, current, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30);
+    const ByteVector before2 = __builtin_shufflevector(zeros, current, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29);
+    const ByteVector before3 = __builtin_shufflevector(zeros, current, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28);
+    // clang-format on
+    const ByteMask isNext = areContinuations(current);
+    const ByteMask wrong = isNext ^ areAsked(before1, before2, before3);
+    const bool isRegular = !isAnySet(wrong | isAtLeast(current, 0xF8U));
+    return {isRegular, !hasTopBit(current), VECTOR_SIZE - sumSmall(reinterpret_cast<ByteVector>(-isNext))};
 }
 
 /// Passes pieces of well-formed text up to one that is odd in any way, or up to one of ASCII only.
@@ -219,25 +197,33 @@ void passRegular(SScan& scan)
     leaveIncomplete(scan);
 }
 
-/// True when no byte before the position could be mistaken for the lead of a sequence that reaches beyond it.
+/// True when no byte before the position would be taken by judge for a lead whose sequence reaches beyond it.
+/// Continuation bytes may be anything up to FF, which leads nothing and yet would be.
 bool isSettled(const SScan& scan)
 {
     if (scan.position - scan.first < static_cast<std::ptrdiff_t>(LOOK_BACK))
     {
         return false;
     }
-    const char* const here = scan.position;
-    return sequenceLength(here[-1]) <= 1U && sequenceLength(here[-2]) <= 2U && sequenceLength(here[-3]) <= 3U;
+    const auto* const here = reinterpret_cast<const unsigned char*>(scan.position);
+    return here[-1] < 0xC0U && here[-2] < 0xE0U && here[-3] < 0xF0U;
 }
 
 /// Judges the bytes ahead, at most sixteen, between zero bytes: nothing before the position, which is where a
 /// sequence ends, and nothing behind the end.
 void passBetweenZeros(SScan& scan)
 {
-    char padded[LOOK_BACK + VECTOR_SIZE] = {};
     const unsigned int bytes = std::min(scan.remaining(), VECTOR_SIZE);
-    std::memcpy(padded + LOOK_BACK, scan.position, bytes);
-    const SJudgement piece = judge<1>(padded + LOOK_BACK);
+    ByteVector ahead{};
+    if (bytes == VECTOR_SIZE)
+    {
+        ahead = loadVector(scan.position);
+    }
+    else
+    {
+        std::memcpy(&ahead, scan.position, bytes);
+    }
+    const SJudgement piece = judgeAfterZeros(ahead);
     if (piece.isRegular)
     {
         scan.position += bytes;
@@ -318,6 +304,77 @@ bool copyVectors(char* target, const char* bytes, unsigned int count)
     return !hasTopBit(any);
 }
 
+/// Copies pieces of ASCII only. \return the bytes of them.
+unsigned int copyAsciiPieces(char* target, const char* bytes, unsigned int count)
+{
+    constexpr unsigned int PIECE = 4U * VECTOR_SIZE;
+    unsigned int at = 0;
+    for (; count - at >= PIECE; at += PIECE)
+    {
+        ByteVector piece[4];
+        std::memcpy(piece, bytes + at, PIECE);
+        if (hasTopBit(piece[0] | piece[1] | piece[2] | piece[3]))
+        {
+            break;
+        }
+        std::memcpy(target + at, piece, PIECE);
+    }
+    return at;
+}
+
+#if defined(__x86_64__)
+
+/// Below this a wider register gains nothing.
+constexpr unsigned int WIDE_WORTHWHILE = 256U;
+
+/// As copyAsciiPieces with registers beyond the baseline, which the caller has asked the processor for.
+__attribute__((target("avx2"))) unsigned int copyAsciiWide(char* target, const char* bytes,
+                                                           unsigned int count)
+{
+    constexpr unsigned int PIECE = 4U * sizeof(__m256i);
+    unsigned int at = 0;
+    for (; count - at >= PIECE; at += PIECE)
+    {
+        const auto* const from = reinterpret_cast<const __m256i*>(bytes + at);
+        const __m256i a = _mm256_loadu_si256(from);
+        const __m256i b = _mm256_loadu_si256(from + 1);
+        const __m256i c = _mm256_loadu_si256(from + 2);
+        const __m256i d = _mm256_loadu_si256(from + 3);
+        if (_mm256_movemask_epi8(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))) != 0)
+        {
+            break;
+        }
+        auto* const to = reinterpret_cast<__m256i*>(target + at);
+        _mm256_storeu_si256(to, a);
+        _mm256_storeu_si256(to + 1, b);
+        _mm256_storeu_si256(to + 2, c);
+        _mm256_storeu_si256(to + 3, d);
+    }
+    return at;
+}
+
+#endif
+
+/// Copies what the text begins with, as far as it is ASCII in whole pieces: checked and copied in one pass.
+/// \return the bytes copied.
+unsigned int copyLongAscii(char* target, const char* bytes, unsigned int count)
+{
+#if defined(__x86_64__)
+    if (count >= WIDE_WORTHWHILE && __builtin_cpu_supports("avx2") != 0)
+    {
+        return copyAsciiWide(target, bytes, count);
+    }
+#endif
+    return copyAsciiPieces(target, bytes, count);
+}
+
+#else
+
+unsigned int copyLongAscii(char*, const char*, unsigned int)
+{
+    return 0U;
+}
+
 #endif
 
 /// Copies the commonest of all texts, a few bytes of ASCII, without the bookkeeping of a scan. \return false
@@ -340,9 +397,18 @@ void logMalformed()
     KoSyslog::logMsg(0, KoSyslog::Error, "The character sequence contains a wrong coded UTF-8 sequence !");
 }
 
+/// The longest prefix of the bytes that consists of whole sequences.
+SUtf8Span scanUtf8(const char* bytes, unsigned int count)
+{
+    SScan scan = {bytes, bytes, bytes + count, 0U};
+    passAll(scan);
+    return {static_cast<unsigned int>(scan.position - bytes), scan.charCount};
+}
+
 SUtf8Span copyScanned(char* target, const char* bytes, unsigned int count)
 {
-    SUtf8Span done = {0U, 0U};
+    const unsigned int ascii = copyLongAscii(target, bytes, count);
+    SUtf8Span done = {ascii, ascii};
     SUtf8Span piece = {1U, 0U};
     // A piece may cut its last sequence apart; the next one starts with that sequence. Only a malformed one
     // leaves a piece without any.
@@ -364,13 +430,6 @@ SUtf8Span copyScanned(char* target, const char* bytes, unsigned int count)
 }
 
 } // namespace
-
-SUtf8Span scanUtf8(const char* bytes, unsigned int count)
-{
-    SScan scan = {bytes, bytes, bytes + count, 0U};
-    passAll(scan);
-    return {static_cast<unsigned int>(scan.position - bytes), scan.charCount};
-}
 
 SUtf8Span copyValidUtf8(char* target, const char* bytes, unsigned int count)
 {

@@ -9,29 +9,23 @@ using namespace KoTest;
 namespace
 {
 
-using Position = CKoString::const_iterator;
-
 TEST(CKoStringIterator, GoesThroughTheCharactersBothWays)
 {
     const CKoString text("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
     const std::vector<unsigned int> expected = {0x61U, 0xE9U, 0x20ACU, 0x1F600U};
     std::vector<unsigned int> forward;
-    for (Position at = text.begin(); at != text.end(); ++at)
+    std::vector<unsigned int> backward;
+    for (Position at = text.begin(), back = text.end(); at != text.end(); ++at)
     {
         forward.push_back(*at);
-    }
-    std::vector<unsigned int> backward;
-    for (Position at = text.end(); at != text.begin();)
-    {
-        backward.insert(backward.begin(), *--at);
+        backward.insert(backward.begin(), *--back);
     }
     EXPECT_EQ(forward, expected);
     EXPECT_EQ(backward, expected);
-    for (unsigned int i = 0; i < 6; ++i)
+    for (const unsigned int index : {0U, 1U, 2U, 3U, 4U, 5U, 0xFFFFFFFFU})
     {
-        EXPECT_EQ(text[i], i < 4 ? expected[i] : 0U);
+        EXPECT_EQ(text[index], index < 4 ? expected[index] : 0U);
     }
-    EXPECT_EQ(text[0xFFFFFFFFU], 0U);
 }
 
 TEST(CKoStringIterator, StopsAtTheEndAndTurnsAtTheZeroBeforeTheText)
@@ -67,18 +61,17 @@ TEST(CKoStringIterator, StopsAtTheEndAndTurnsAtTheZeroBeforeTheText)
 
 TEST(CKoStringIterator, NullPositionsAreHarmless)
 {
+    CKoString text("a");
     Position nowhere;
     ++nowhere;
     EXPECT_EQ(nowhere, Position(nullptr));
     EXPECT_EQ(*nowhere, 0U);
-    const CKoString text("a");
     EXPECT_EQ(text.begin() - nowhere, 0);
     text.begin().incrementSteps(nullptr, 1);
-    CKoString changed("a");
-    changed.insert(nowhere, CKoString("x"));
-    changed.remove(nowhere, 1U);
-    EXPECT_EQ(textOf(changed), "a");
-    EXPECT_EQ(changed.findString(nowhere, text, true), changed.end());
+    text.insert(nowhere, CKoString("x"));
+    text.remove(nowhere, 1U);
+    EXPECT_EQ(textOf(text), "a");
+    EXPECT_EQ(text.findString(nowhere, CKoString("a"), true), text.end());
 }
 
 TEST(CKoStringIterator, DifferencesAreSignedCountsOfCharacters)
@@ -96,25 +89,18 @@ TEST(CKoStringIterator, DifferencesAreSignedCountsOfCharacters)
         ASSERT_EQ(text.begin() - from, -i);
         ASSERT_EQ(text.end() - from, 122 - i);
     }
-    Position before = text.begin();
-    --before;
-    EXPECT_EQ(text.begin() - before, 1);
+    from = text.begin();
+    EXPECT_EQ(text.begin() - --from, 1);
 }
 
 TEST(CKoStringIterator, DecodingNeverReadsBehindTheText)
 {
     // Leads as continuation bytes: positions inside them ask for more bytes than the text has.
     const CKoString text("\xC3\xFC");
-    Position at = text.begin();
-    EXPECT_EQ(*at, 0xFCU);
-    ++at;
-    EXPECT_EQ(*at, 0U) << "the low bits of a lead that stands alone";
-    ++at;
-    EXPECT_EQ(at, text.end());
-
-    const CKoString odd("\xE2\xFF\xFE");
-    at = odd.begin();
-    EXPECT_EQ(*++at, 0xFFU) << "a byte that leads nothing stands for itself";
+    EXPECT_EQ(*text.begin(), 0xFCU);
+    EXPECT_EQ(*at(text, 1), 0U) << "the low bits of a lead that stands alone";
+    EXPECT_EQ(at(text, 2), text.end());
+    EXPECT_EQ(*at(CKoString("\xE2\xFF\xFE"), 1), 0xFFU) << "a byte that leads nothing stands for itself";
 }
 
 } // namespace

@@ -12,6 +12,8 @@
 namespace KoTest
 {
 
+using Position = CKoString::const_iterator;
+
 /// A string's text with everything that can be seen of it, for comparisons in one line.
 struct Seen
 {
@@ -53,6 +55,13 @@ inline CKoString make(const std::string& bytes)
     return CKoString(bytes.c_str(), static_cast<unsigned int>(bytes.size()));
 }
 
+/// A position a number of characters into a string.
+inline Position at(const CKoString& string, int characters)
+{
+    Position position = string.begin();
+    return position += characters;
+}
+
 /// What the acceptance rule lets pass of some bytes.
 struct Accepted
 {
@@ -62,8 +71,9 @@ struct Accepted
 
 inline Accepted accept(const std::string& bytes)
 {
+    const auto isOpen = [](char byte) { return (static_cast<unsigned char>(byte) & 0x80U) != 0; };
     Accepted accepted = {"", 0U};
-    for (std::size_t at = 0; at < bytes.size(); ++accepted.characters)
+    for (std::size_t at = 0; at < bytes.size(); at = accepted.text.size(), ++accepted.characters)
     {
         std::size_t n = 0; // top bits of the lead: none for ASCII, one for a byte that leads nothing
         while (n < 8 && (static_cast<unsigned char>(bytes[at]) & 0x80U >> n) != 0)
@@ -71,14 +81,12 @@ inline Accepted accept(const std::string& bytes)
             ++n;
         }
         const std::string sequence = bytes.substr(at, n == 0 ? 1 : n);
-        const auto isOpen = [](char byte) { return (static_cast<unsigned char>(byte) & 0x80U) != 0; };
-        if (n == 1 || n > 6 || sequence.size() < n ||
-            (n != 0 && !std::all_of(sequence.begin(), sequence.end(), isOpen)))
+        const bool isAllOpen = n == 0 || std::all_of(sequence.begin(), sequence.end(), isOpen);
+        if (n == 1 || n > 6 || sequence.size() < n || !isAllOpen)
         {
             break;
         }
         accepted.text += sequence;
-        at += sequence.size();
     }
     return accepted;
 }
@@ -87,12 +95,6 @@ inline Accepted accept(const std::string& bytes)
 class Random
 {
 public:
-    explicit Random(unsigned int seed = std::random_device{}())
-        : m_seed(seed)
-        , m_engine(seed)
-    {
-    }
-
     std::string trace() const { return "seed " + std::to_string(m_seed); }
 
     /// A number in [0, limit).
@@ -101,19 +103,11 @@ public:
     /// One well-formed character of 1 to 6 bytes, mostly short ones; never a zero byte.
     std::string character()
     {
-        static const char* const CHARACTERS[] = {"a",
-                                                 "b",
-                                                 "c",
-                                                 " ",
-                                                 "%",
-                                                 "1",
-                                                 "\xC3\xA9",
-                                                 "\xCE\xBB",
-                                                 "\xE4\xB8\x96",
-                                                 "\xE2\x82\xAC",
-                                                 "\xF0\x9F\x98\x80",
-                                                 "\xF8\x88\x80\x80\x80",
-                                                 "\xFC\x84\x80\x80\x80\x80"};
+        // clang-format off
+        static const char* const CHARACTERS[] = {
+            "a", "b", "c", " ", "%", "1", "\xC3\xA9", "\xCE\xBB", "\xE4\xB8\x96", "\xE2\x82\xAC",
+            "\xF0\x9F\x98\x80", "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80"};
+        // clang-format on
         return CHARACTERS[below(13)];
     }
 
@@ -141,8 +135,8 @@ public:
     }
 
 private:
-    unsigned int m_seed;
-    std::mt19937 m_engine;
+    unsigned int m_seed = std::random_device{}();
+    std::mt19937 m_engine{m_seed};
 };
 
 } // namespace KoTest
