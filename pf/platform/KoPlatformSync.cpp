@@ -121,11 +121,12 @@ bool isOwnerGone(const _sync& mutex, unsigned int word)
 /// the parent.
 bool wasAbandoned(const _sync& mutex, unsigned int word)
 {
-    if (isShared(mutex) || !isOwnerGone(mutex, word))
+    const bool mayHaveWaiters = (word & OWNER_WAITERS) != 0U;
+    if (isShared(mutex) || (mayHaveWaiters && !isForkedChild()) || !isOwnerGone(mutex, word))
     {
         return false;
     }
-    return (word & OWNER_WAITERS) == 0U || (isForkedChild() && threadExists(word & OWNER_ID, true));
+    return !mayHaveWaiters || threadExists(word & OWNER_ID, true);
 }
 
 /// What remains to be done when the kernel has made the caller the owner.
