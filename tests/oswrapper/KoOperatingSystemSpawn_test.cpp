@@ -1,11 +1,8 @@
 #include "pf/oswrapper/KoOperatingSystem.h"
 
 #include <cerrno>
-#include <csignal>
 #include <string>
-#include <vector>
 
-#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,89 +72,46 @@ TEST_F(Spawn, CutsArgumentsIntoWordsAtBlanks)
     } cases[] = {
         {nullptr, ""},
         {"", ""},
-        {"one", "[one]"},
         {"  -a   -b ", "[-a][-b][]"},
-        {"  -a   -b", "[-a][-b]"},
         {"   ", "[]"},
         {"tab\tand\nline 'quoted text'", "[tab\tand\nline]['quoted][text']"},
-        {"1 2 3 4 5 6 7 8 9 10 11 12 13 14", "[1][2][3][4][5][6][7][8][9][10][11][12][13][14]"},
         {"1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16", "[1][2][3][4][5][6][7][8][9][10][11][12][13][14]"},
         {"1 2 3 4 5 6 7 8 9 10 11 12 13 14  ", "[1][2][3][4][5][6][7][8][9][10][11][12][13][14]"},
-        {"1 2 3 4 5 6 7 8 9 10 11 12 13 ", "[1][2][3][4][5][6][7][8][9][10][11][12][13][]"},
     };
     for (const auto& test : cases)
     {
         EXPECT_EQ(wordsOf(test.arguments), "[./tool]" + std::string(test.words))
             << (test.arguments != nullptr ? test.arguments : "null");
     }
-    const std::string longWord(100000, 'w');
-    EXPECT_EQ(wordsOf(longWord.c_str()), "[./tool][" + longWord + "]");
 }
 
-TEST_F(Spawn, StartsOnlyWhatIsInTheWorkingDirectory)
+TEST_F(Spawn, RefusesProgramsThatAreNotThereAndTextsThatDoNotFitIntoTheStack)
 {
-    EXPECT_EQ(spawnProcess(nullptr, "x"), -1);
-    for (const char* program : {"missing", "sh", "/bin/sh", ""})
+    for (const char* program : {"missing", "sh", "/bin/sh", static_cast<const char*>(nullptr)})
     {
-        EXPECT_EQ(spawnProcess(program, nullptr), -1) << program;
+        EXPECT_EQ(spawnProcess(program, nullptr), -1) << "looked up in the working directory only";
     }
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD) << "no child is left";
-}
-
-/// On a thread with little stack: long arguments are reported, a long program name is not.
-TEST_F(Spawn, RefusesTextsThatDoNotFitIntoTheStack)
-{
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 512U * 1024U);
-    const auto body = [](void*) -> void*
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+    const std::string text(64U * 1024U * 1024U, 'x');
     {
-        const std::string text(1024U * 1024U, 'x');
-        {
-            const KoTest::AssertionCounter assertions(1);
-            EXPECT_EQ(spawnProcess("tool", text.c_str()), -1);
-        }
-        const KoTest::AssertionCounter assertions(0);
-        EXPECT_EQ(spawnProcess(text.c_str(), nullptr), -1);
-        return nullptr;
-    };
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, &attributes, body, nullptr), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+        const KoTest::AssertionCounter assertions(1);
+        EXPECT_EQ(spawnProcess("tool", text.c_str()), -1);
+    }
+    const KoTest::AssertionCounter assertions(0);
+    EXPECT_EQ(spawnProcess(text.c_str(), nullptr), -1) << "not reported";
 }
 
 TEST_F(Spawn, DecodesHowAChildEnded)
 {
-    const struct
+    for (const int code : {0, 7, 127, 128, 255})
     {
-        const char* program;
-        const char* argument;
-        int result;
-    } cases[] = {{"exit", "0", 0},    {"exit", "7", 7}, {"exit", "127", 127}, {"exit", "128", -128},
-                 {"exit", "255", -1}, {"die", "9", 9},  {"die", "15", 15}};
-    for (const auto& test : cases)
-    {
-        EXPECT_EQ(joinProcess(spawnProcess(test.program, test.argument)), test.result)
-            << test.program << " " << test.argument;
+        EXPECT_EQ(joinProcess(spawnProcess("exit", std::to_string(code).c_str())),
+                  code < 128 ? code : code - 256);
     }
+    EXPECT_EQ(joinProcess(spawnProcess("die", "9")), 9);
+    EXPECT_EQ(joinProcess(spawnProcess("die", "15")), 15);
     EXPECT_EQ(joinProcess(-1), -1);
-    EXPECT_EQ(joinProcess(getpid()), -1) << "no child";
-    EXPECT_EQ(KoOperatingSystem::getLastError(), ECHILD);
-}
-
-TEST_F(Spawn, WaitsForChildrenThroughInterruptions)
-{
-    const KoTest::SignalStorm storm;
-    writeProgram("slow", "sleep 0.2\nexit 3\n");
-    EXPECT_EQ(joinProcess(spawnProcess("slow", nullptr)), 3);
-    TKoVector<int> pids;
-    pids.push_back(spawnProcess("slow", nullptr));
-    EXPECT_EQ(waitForProcesses(pids), -1);
-    EXPECT_TRUE(pids.empty());
-    EXPECT_TRUE(storm.count() >= 20U || !KoTest::FaultInjection::isAvailable())
-        << "held back by the sanitizer";
+    EXPECT_TRUE(joinProcess(getpid()) == -1 && errno == ECHILD) << "no child";
 }
 
 std::string endLine(int pid, int code)
@@ -165,12 +119,15 @@ std::string endLine(int pid, int code)
     return "process " + std::to_string(pid) + " has terminated with exit code " + std::to_string(code);
 }
 
-TEST_F(Spawn, ReapsAndLogsEachChild)
+TEST_F(Spawn, ReapsAndLogsEachChildThroughInterruptions)
 {
+    const KoTest::SignalStorm storm;
+    writeProgram("slow", "sleep 0.2\nexit $1\n");
+    EXPECT_EQ(joinProcess(spawnProcess("slow", "3")), 3);
     const KoTest::LogCapture log;
     TKoVector<int> pids;
     EXPECT_EQ(waitForProcesses(pids), 0);
-    const int listed = spawnProcess("exit", "255");
+    const int listed = spawnProcess("slow", "255");
     const int killed = spawnProcess("die", "9");
     const int stranger = spawnProcess("exit", "4");
     pids.push_back(listed);
@@ -181,7 +138,8 @@ TEST_F(Spawn, ReapsAndLogsEachChild)
     EXPECT_THAT(
         log.texts(KoSyslog::Info),
         testing::UnorderedElementsAre(endLine(listed, 255), endLine(killed, -1), endLine(stranger, 4)));
-    EXPECT_EQ(log.size(), 3U);
+    EXPECT_TRUE(storm.count() >= 20U || !KoTest::FaultInjection::isAvailable())
+        << "held back by the sanitizer";
 }
 
 } // namespace

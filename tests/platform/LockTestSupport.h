@@ -1,11 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <cerrno>
+#include <future>
 #include <new>
 #include <thread>
 #include <vector>
 
-#include <semaphore.h>
 #include <sys/mman.h>
 
 #include "pf/platform/KoPlatformClock.h"
@@ -15,25 +16,12 @@
 namespace KoTest
 {
 
-/// A record in memory that this process shares with the children it forks.
+/// A record in memory that this process shares with the children it forks; it stays until the process ends.
 template <typename T>
-class SharedMemory
+T& makeShared()
 {
-public:
-    SharedMemory()
-        : m_object(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-                       T())
-    {
-    }
-    ~SharedMemory() { munmap(m_object, sizeof(T)); }
-    SharedMemory(const SharedMemory&) = delete;
-    SharedMemory& operator=(const SharedMemory&) = delete;
-
-    T* operator->() const { return m_object; }
-
-private:
-    T* m_object;
-};
+    return *new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) T();
+}
 
 enum MutexKind
 {
@@ -47,8 +35,8 @@ inline _sync makeMutex(int kind = PLAIN)
 {
     KoPlatform::SyncAttributes attributes{};
     KoPlatform::pthread_mutexattr_init(&attributes);
-    KoPlatform::pthread_mutexattr_setrecursive(&attributes, (kind & RECURSIVE) != 0 ? 1 : 0);
-    KoPlatform::pthread_mutexattr_setpshared(&attributes, (kind & SHARED) != 0 ? 1 : 0);
+    KoPlatform::pthread_mutexattr_setrecursive(&attributes, kind & RECURSIVE);
+    KoPlatform::pthread_mutexattr_setpshared(&attributes, (kind & SHARED) / SHARED);
     _sync mutex{};
     EXPECT_EQ(KoPlatform::pthread_mutex_init(&mutex, &attributes), 0);
     return mutex;
@@ -59,13 +47,25 @@ inline unsigned long long deadlineIn(unsigned int ms)
     return KoPlatform::monotonicNow() + ms * 1000000ULL;
 }
 
-/// Runs a call in a thread of its own and gives its result.
-template <typename Call>
-auto inOtherThread(Call call) -> decltype(call())
+/// Whether a thread comes to wait in the kernel for a mutex.
+inline bool hasWaiter(const _sync& mutex)
 {
-    decltype(call()) result{};
-    std::thread([&] { result = call(); }).join();
-    return result;
+    return waitUntil([&] { return __atomic_load_n(&mutex.owner, __ATOMIC_RELAXED) >> 31U != 0U; });
+}
+
+/// Runs a call in several threads at once, with their indices, and waits for all.
+template <typename Call>
+void inThreads(int count, Call call)
+{
+    std::vector<std::thread> threads;
+    for (int index = 0; index < count; ++index)
+    {
+        threads.emplace_back([&call, index] { call(index); });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
 }
 
 /// Four threads add to a plain counter, each between lock(its index) and unlock().
@@ -75,79 +75,55 @@ void addInTurns(int rounds, Lock lock, Unlock unlock)
     constexpr int THREADS = 4;
     const int repeats = slowness() == 1 ? rounds : rounds / 10;
     long counter = 0;
-    std::vector<std::thread> threads;
-    for (int index = 0; index < THREADS; ++index)
-    {
-        threads.emplace_back(
-            [&, index]
-            {
-                for (int i = 0; i < repeats; ++i)
-                {
-                    lock(index);
-                    ++counter;
-                    unlock();
-                }
-            });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    inThreads(THREADS,
+              [&](int index)
+              {
+                  for (int i = 0; i < repeats; ++i)
+                  {
+                      lock(index);
+                      ++counter;
+                      unlock();
+                  }
+              });
     EXPECT_EQ(counter, static_cast<long>(THREADS) * repeats);
 }
 
-/// A thread that locks a mutex and keeps it until it is told to give it back, or to end without doing so.
+/// A thread that locks a mutex and keeps it until it is told to give it back.
 class Holder
 {
 public:
     explicit Holder(_sync& mutex)
-        : m_mutex(mutex)
+        : m_thread(
+              [this, &mutex]
+              {
+                  EXPECT_EQ(KoPlatform::pthread_mutex_lock(&mutex), 0);
+                  m_locked.set_value();
+                  m_end.get_future().wait();
+                  EXPECT_EQ(KoPlatform::pthread_mutex_unlock(&mutex), 0);
+              })
     {
-        sem_init(&m_locked, 0, 0);
-        sem_init(&m_end, 0, 0);
-        m_thread = std::thread([this] { run(); });
-        sem_wait(&m_locked);
+        m_locked.get_future().wait();
     }
     ~Holder()
     {
         release();
-        sem_destroy(&m_locked);
-        sem_destroy(&m_end);
+        m_thread.join();
     }
     Holder(const Holder&) = delete;
     Holder& operator=(const Holder&) = delete;
 
-    void release() { end(true); }
-    void die() { end(false); }
+    void release()
+    {
+        if (!m_released.exchange(true))
+        {
+            m_end.set_value();
+        }
+    }
 
 private:
-    void end(bool unlock)
-    {
-        if (m_thread.joinable())
-        {
-            m_unlock = unlock;
-            sem_post(&m_end);
-            m_thread.join();
-        }
-    }
-
-    void run()
-    {
-        EXPECT_EQ(KoPlatform::pthread_mutex_lock(&m_mutex), 0);
-        sem_post(&m_locked);
-        while (sem_wait(&m_end) != 0)
-        {
-        }
-        if (m_unlock)
-        {
-            EXPECT_EQ(KoPlatform::pthread_mutex_unlock(&m_mutex), 0);
-        }
-    }
-
-    _sync& m_mutex;
-    sem_t m_locked{};
-    sem_t m_end{};
-    bool m_unlock = false;
+    std::atomic<bool> m_released{false};
+    std::promise<void> m_locked;
+    std::promise<void> m_end;
     std::thread m_thread;
 };
 
