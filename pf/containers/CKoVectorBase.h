@@ -23,8 +23,11 @@ public:
     CKoVectorBase(const CKoVectorBase&) = delete;
     CKoVectorBase& operator=(const CKoVectorBase&) = delete;
 
+    /// Number of elements; 0 without a block.
     int size() const { return m_data != nullptr ? m_data->size : 0; }
+    /// Number of elements the block has room for; 0 without a block.
     int capacity() const { return m_data != nullptr ? m_data->capacity : 0; }
+    /// Whether there are no elements. A block may be there all the same.
     bool isEmpty() const { return size() == 0; }
 
     /// The default growth policy: 4, 8, 16, ...; the largest int where a doubling would pass it. The old
@@ -39,8 +42,11 @@ protected:
     using RelocateFunction = bool (*)(void* dst, const void* src, int n);
     /// Assigns n elements; the ranges may overlap in either direction.
     using AssignFunction = void (*)(void* dst, const void* src, int n);
+    /// Destroys n elements, whose slots stay.
     using DestroyFunction = void (*)(void* elements, int n);
+    /// Compares one element with another.
     using EqualFunction = bool (*)(const void* a, const void* b);
+    /// Compares n elements, n above 0, with as many others.
     using EqualRunsFunction = bool (*)(const void* a, const void* b, int n);
 
     /// Header of a block; the slots follow it, aligned for every standard type.
@@ -95,8 +101,10 @@ protected:
     /// Checks only. \return true when the caller may assign `count` elements from `src` at `pos`.
     bool internal_replace(int pos, int count, const void* src);
 
-    /// \return the index of the first, or last, element equal to `value`; -1 when there is none.
+    /// \return the index of the first element equal to `value`; -1 when there is none.
     int internal_find(EqualFunction equal, int elemSize, const void* value) const;
+
+    /// \return the index of the last element equal to `value`; -1 when there is none.
     int internal_rfind(EqualFunction equal, int elemSize, const void* value) const;
 
     /// \return whether both hold equal sequences.

@@ -13,7 +13,9 @@ public:
     /// Size 0; the capacity as given, 4 when that is below 1.
     explicit CKoVectorBase(int capacity);
 
+    /// Number of elements.
     int size() const { return m_size; }
+    /// Number of elements there is room for.
     int capacity() const { return m_capacity; }
 
     /// As the checks of KoVectorAssertions of the same names. \return whether the arguments are valid;

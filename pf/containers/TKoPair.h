@@ -18,8 +18,8 @@ struct TKoPair
     {
     }
 
-    A first;
-    B second;
+    A first;  ///< in maps the key
+    B second; ///< in maps what the key maps to
 };
 
 /// A pair moves bitwise when both its values do.

@@ -17,6 +17,7 @@ class TKoSmallVector : public CKoVectorBase
     static_assert(alignof(T) <= alignof(std::max_align_t), "over-aligned elements need another container");
 
 public:
+    /// The names that algorithms of the standard library expect.
     using value_type = T;
     using iterator = T*;
     using const_iterator = const T*;
@@ -55,6 +56,7 @@ public:
         return *this;
     }
 
+    /// The elements in order, one behind the other; null for both ends without a block.
     iterator begin() { return m_data != nullptr ? slots(m_data) : nullptr; }
     iterator end() { return begin() + size(); }
     const_iterator begin() const { return m_data != nullptr ? slots(m_data) : nullptr; }
