@@ -63,9 +63,7 @@ TEST(CKoStringIterator, NullPositionsAreHarmless)
 {
     CKoString text("a");
     Position nowhere;
-    ++nowhere;
-    EXPECT_EQ(nowhere, Position(nullptr));
-    EXPECT_EQ(*nowhere, 0U);
+    EXPECT_EQ(*++nowhere, 0U);
     EXPECT_EQ(text.begin() - nowhere, 0);
     text.begin().incrementSteps(nullptr, 1);
     text.insert(nowhere, CKoString("x"));
@@ -76,21 +74,15 @@ TEST(CKoStringIterator, NullPositionsAreHarmless)
 
 TEST(CKoStringIterator, DifferencesAreSignedCountsOfCharacters)
 {
-    std::string bytes = "\xC3\xA9\xE2\x82\xAC";
-    for (int i = 0; i < 30; ++i)
-    {
-        bytes += "abc\xC3\xA9";
-    }
-    const CKoString text(bytes.c_str());
+    CKoString text("\xC3\xA9\xE2\x82\xAC");
+    text.append(std::string(90, '.').c_str()).replaceAll(CKoString("..."), CKoString("..\xC3\xA9"));
     Position from = text.begin();
-    for (int i = 0; i <= 122; ++i, ++from)
+    for (int i = 0; i <= 92; ++i, ++from)
     {
-        ASSERT_EQ(from - text.begin(), i);
-        ASSERT_EQ(text.begin() - from, -i);
-        ASSERT_EQ(text.end() - from, 122 - i);
+        ASSERT_TRUE(from - text.begin() == i && text.begin() - from == -i && text.end() - from == 92 - i)
+            << i;
     }
-    from = text.begin();
-    EXPECT_EQ(text.begin() - --from, 1);
+    EXPECT_EQ(text.begin() - at(text, -1), 1);
 }
 
 TEST(CKoStringIterator, DecodingNeverReadsBehindTheText)

@@ -160,23 +160,12 @@ TEST(CKoStringReplaceAll, ManyMatchesTakeOneAllocation)
     EXPECT_EQ(count, FaultInjection::isAvailable() ? 1U : 0U);
 }
 
-TEST(CKoStringReplaceAll, ReplacesWithoutOverlapAndWithoutSearchingWhatItInserted)
+TEST(CKoStringReplaceAll, ArgumentsCountAsTheyWereOnEntry)
 {
-    // clang-format off
-    const char* const cases[][4] = {
-        {"aXa", "a", "aa", "aaXaa"}, {"aaaaa", "aa", "b", "bba"}, {"aabb", "ab", "", "ab"},
-        {"abc", "", "x", "abc"}, {"\xC3\xA9", "\xA9", "x", "\xC3\xA9"}, {"aaa", "a", "", ""},
-    };
-    // clang-format on
-    for (const auto& c : cases)
-    {
-        CKoString text(c[0]);
-        text.replaceAll(CKoString(c[1]), CKoString(c[2]));
-        EXPECT_EQ(textOf(text), c[3]);
-    }
     CKoString text("aXa");
+    text.replaceAll(CKoString(), text);
     text.replaceAll(CKoString("a"), text);
-    EXPECT_EQ(textOf(text), "aXaXaXa") << "an argument counts as it was";
+    EXPECT_EQ(textOf(text), "aXaXaXa") << "what was inserted is not searched again";
     text.replaceAll(text, CKoString("done"));
     EXPECT_EQ(textOf(text), "done");
 }

@@ -27,7 +27,6 @@ TEST(CKoStringStream, BothFormsCarryTheLengthAndTheAlignedOneATerminatingZero)
     MemoryStream stream;
     stream << CKoString("\xC3\xA9!") << CKoString();
     EXPECT_THAT(stream.bytes, ElementsAre(3, 0, 0, 0, 0xC3, 0xA9, '!', 0, 0, 0, 0));
-    EXPECT_THAT(stream.aligns, ElementsAre());
     MemoryStream aligned;
     CKoString::toNubStream(aligned, CKoString("ab"));
     CKoString::toNubStream(aligned, CKoString());
@@ -84,8 +83,7 @@ TEST(CKoStringStream, LongTextsArriveWholeInABlockOfTheirSize)
         CKoString aligned;
         stream >> plain;
         CKoString::fromNubStream(stream, aligned);
-        EXPECT_TRUE(see(plain) == (Seen{bytes, size - 1U, size})) << size;
-        EXPECT_TRUE(see(aligned) == see(plain)) << size;
+        EXPECT_TRUE(see(plain) == (Seen{bytes, size - 1U, size}) && see(aligned) == see(plain)) << size;
     }
 }
 
