@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "pf/platform/KoPlatformTimeout.h"
 #include "tests/platform/LockTestSupport.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SignalStorm.h"
@@ -10,56 +9,6 @@ namespace
 
 using namespace KoPlatform;
 using namespace KoTest;
-
-bool hasWaiters(const _sync& condition, unsigned int count)
-{
-    return waitUntil([&] { return (__atomic_load_n(&condition.count, __ATOMIC_RELAXED) & 0xFFU) == count; });
-}
-
-TEST(PlatformCondition, TimesOutAtTheDeadlineUnderSignalsWithTheMutexLockedAsOften)
-{
-    _sync condition{};
-    _sync mutex = makeMutex(RECURSIVE);
-    EXPECT_EQ(pthread_cond_wait(&condition, &mutex), EPERM) << "not the caller's";
-    pthread_mutex_lock(&mutex);
-    pthread_mutex_lock(&mutex);
-    const SignalStorm storm;
-    const Stopwatch watch;
-    const unsigned long long time = deadlineIn(30);
-    TimerTimeout(CLOCK_ID_MONOTONIC, static_cast<int>(TIMEOUT_CONDVAR | TIMEOUT_MUTEX | TIMEOUT_ABSOLUTE),
-                 nullptr, &time, nullptr);
-    EXPECT_EQ(pthread_cond_wait(&condition, &mutex), ETIMEDOUT);
-    EXPECT_TRUE(watch.isWithin(30, 1000));
-    EXPECT_EQ(takeTimeout(~0U, nullptr), NO_DEADLINE) << "taken by the call";
-    EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
-    EXPECT_EQ(pthread_mutex_unlock(&mutex), 0);
-    EXPECT_EQ(pthread_mutex_unlock(&mutex), EPERM);
-}
-
-TEST(PlatformCondition, IsNotDestroyedUnderWaitersButRightAfterTheyWereWoken)
-{
-    for (int round = 0; round < 50; ++round)
-    {
-        _sync condition{};
-        _sync mutex = makeMutex();
-        std::thread waker(
-            [&]
-            {
-                EXPECT_TRUE(hasWaiters(condition, 2));
-                EXPECT_EQ(round == 0 ? pthread_cond_destroy(&condition) : EBUSY, EBUSY);
-                EXPECT_EQ(pthread_cond_broadcast(&condition), 0);
-                EXPECT_EQ(pthread_cond_destroy(&condition), 0) << round;
-            });
-        inThreads(2,
-                  [&](int)
-                  {
-                      pthread_mutex_lock(&mutex);
-                      EXPECT_EQ(pthread_cond_wait(&condition, &mutex), 0);
-                      pthread_mutex_unlock(&mutex);
-                  });
-        waker.join();
-    }
-}
 
 /// A store of permits in which every wake-up counts: none may get lost.
 struct Permits

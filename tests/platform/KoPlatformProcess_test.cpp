@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/ChildProcess.h"
-#include "tests/support/FaultInjection.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace
@@ -65,10 +64,6 @@ TEST(PlatformProcess, TellsWhyAProgramCannotBeStartedAndLeavesNoChild)
     }
     EXPECT_EQ(KoPlatform::spawnvp(KoPlatform::SPAWN_WAIT, "/bin/true", makeVector("/bin/true")), -1);
     EXPECT_EQ(errno, EINVAL);
-    KO_SKIP_WITHOUT_FAULT_INJECTION();
-    const KoTest::FailingCall noMemory(KoTest::FAULT_MAP, ENOMEM);
-    EXPECT_EQ(KoPlatform::spawnvp(KoPlatform::SPAWN_NO_WAIT, "/bin/true", makeVector("/bin/true")), -1);
-    EXPECT_EQ(errno, ENOMEM);
 }
 
 extern "C" void ignoreSignal(int /*signal*/)
