@@ -125,10 +125,8 @@ TEST_F(ReportPath, interruptionsAndShortTransfersCutNothing)
         {
             setenv("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str(), 1);
             const KoTest::FailingCall opening(KoTest::FAULT_OPEN, EINTR, 2);
-            const KoTest::FailingCall reading(KoTest::FAULT_READ, EINTR, 3);
-            const KoTest::FailingCall writing(KoTest::FAULT_WRITE, EINTR, 3, 1);
-            const KoTest::ShortTransfer shortReads(KoTest::FAULT_READ, 11);
-            const KoTest::ShortTransfer shortWrites(KoTest::FAULT_WRITE, 7);
+            const KoTest::FailingCall reading(KoTest::FAULT_READ, EINTR, 3, 0, 11);
+            const KoTest::FailingCall writing(KoTest::FAULT_WRITE, EINTR, 3, 1, 7);
             TKoVector<int>().insert(1, 5);
             return opening.failed() == 2 && reading.failed() == 3 && writing.failed() == 3 ? EXIT_SUCCESS
                                                                                            : EXIT_FAILURE;

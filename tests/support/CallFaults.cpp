@@ -29,35 +29,21 @@ thread_local CallState tCalls[FAULT_CALL_COUNT]{};
 
 } // namespace
 
-FailingCall::FailingCall(FaultCall call, int errorNumber, unsigned int count, unsigned int skip)
+FailingCall::FailingCall(FaultCall call, int errorNumber, unsigned int count, unsigned int skip,
+                         std::size_t maxBytes)
     : m_call(call)
 {
-    CallState& state = tCalls[call];
-    state.errorNumber = errorNumber;
-    state.skip = skip;
-    state.failed = 0;
-    state.left = count;
+    tCalls[call] = {skip, count, 0, errorNumber, maxBytes};
 }
 
 FailingCall::~FailingCall()
 {
-    tCalls[m_call].left = 0;
+    tCalls[m_call] = {};
 }
 
 unsigned int FailingCall::failed() const
 {
     return tCalls[m_call].failed;
-}
-
-ShortTransfer::ShortTransfer(FaultCall call, std::size_t maxBytes)
-    : m_call(call)
-{
-    tCalls[call].maxBytes = maxBytes;
-}
-
-ShortTransfer::~ShortTransfer()
-{
-    tCalls[m_call].maxBytes = 0;
 }
 
 } // namespace KoTest

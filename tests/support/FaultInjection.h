@@ -59,29 +59,18 @@ enum FaultCall
 };
 
 /// Lets calls of one kind fail: `skip` calls pass, then `count` calls fail with this errno and do nothing.
+/// The reads or writes that pass move at most maxBytes each (0 = what is asked for).
 class FailingCall
 {
 public:
-    FailingCall(FaultCall call, int errorNumber, unsigned int count = 1, unsigned int skip = 0);
+    FailingCall(FaultCall call, int errorNumber, unsigned int count = 1, unsigned int skip = 0,
+                std::size_t maxBytes = 0);
     ~FailingCall();
     FailingCall(const FailingCall&) = delete;
     FailingCall& operator=(const FailingCall&) = delete;
 
     /// How many calls have failed so far.
     unsigned int failed() const;
-
-private:
-    FaultCall m_call;
-};
-
-/// Lets reads or writes move at most this many bytes per call.
-class ShortTransfer
-{
-public:
-    ShortTransfer(FaultCall call, std::size_t maxBytes);
-    ~ShortTransfer();
-    ShortTransfer(const ShortTransfer&) = delete;
-    ShortTransfer& operator=(const ShortTransfer&) = delete;
 
 private:
     FaultCall m_call;

@@ -1,12 +1,8 @@
 #include "tests/support/LogCapture.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace KoTest
 {
@@ -14,7 +10,7 @@ namespace KoTest
 namespace
 {
 
-std::atomic<LogCapture*> sInnermost{nullptr};
+std::atomic<LogCapture*> sCurrent{nullptr};
 
 } // namespace
 
@@ -30,8 +26,7 @@ std::string LogLine::withoutPrefix(pid_t pid) const
 }
 
 LogCapture::LogCapture()
-    : m_slots(new Slot[CAPACITY])
-    , m_outer(sInnermost.exchange(this))
+    : m_outer(sCurrent.exchange(this))
     , m_outerSink(KoPlatform::setLogSink(&LogCapture::receive))
 {
 }
@@ -39,76 +34,37 @@ LogCapture::LogCapture()
 LogCapture::~LogCapture()
 {
     KoPlatform::setLogSink(m_outerSink);
-    sInnermost = m_outer;
-    EXPECT_EQ(m_dropped, 0U) << "lines beyond the capacity of the log capture";
+    sCurrent = m_outer;
 }
 
 int LogCapture::receive(int opcode, int severity, const char* line)
 {
-    LogCapture* const capture = sInnermost;
-    return capture == nullptr ? 0 : capture->record(opcode, severity, line);
-}
-
-int LogCapture::record(int opcode, int severity, const char* line)
-{
     const int formerErrno = errno;
-    const std::size_t length = std::strlen(line);
+    LogLine received{opcode, severity, line};
+    const int length = static_cast<int>(received.text.size());
+    LogCapture& capture = *sCurrent;
     {
-        const std::lock_guard<std::mutex> guard(m_lock);
-        if (m_size < CAPACITY)
-        {
-            Slot& slot = m_slots[m_size++];
-            const std::size_t kept = std::min(length, LINE_BYTES - 1);
-            slot.opcode = opcode;
-            slot.severity = severity;
-            std::memcpy(slot.text, line, kept);
-            slot.text[kept] = '\0';
-        }
-        else
-        {
-            ++m_dropped;
-        }
+        const std::lock_guard<std::mutex> guard(capture.m_lock);
+        capture.m_lines.push_back(std::move(received));
     }
-    const int error = m_error;
+    const int error = capture.m_error;
     errno = error == 0 ? formerErrno : error;
-    return error == 0 ? static_cast<int>(length) : -1;
-}
-
-void LogCapture::failWith(int errorNumber)
-{
-    m_error = errorNumber;
+    return error == 0 ? length : -1;
 }
 
 std::vector<LogLine> LogCapture::lines() const
 {
     const std::lock_guard<std::mutex> guard(m_lock);
-    std::vector<LogLine> result;
-    result.reserve(m_size);
-    for (std::size_t i = 0; i < m_size; ++i)
-        result.push_back(LogLine{m_slots[i].opcode, m_slots[i].severity, m_slots[i].text});
-    return result;
+    return m_lines;
 }
 
 std::vector<std::string> LogCapture::texts(int severity) const
 {
     std::vector<std::string> result;
     for (const LogLine& line : lines())
-        if (severity < 0 || line.severity == severity)
+        if (line.severity == severity)
             result.push_back(line.withoutPrefix(getpid()));
     return result;
-}
-
-std::size_t LogCapture::size() const
-{
-    const std::lock_guard<std::mutex> guard(m_lock);
-    return m_size;
-}
-
-void LogCapture::clear()
-{
-    const std::lock_guard<std::mutex> guard(m_lock);
-    m_size = 0;
-    m_dropped = 0;
 }
 
 } // namespace KoTest

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,8 +27,7 @@ struct LogLine
 std::string pidPrefix(pid_t pid = getpid());
 
 /// Receives this process's log lines instead of the logger while it lives. Captures nest: the innermost one
-/// receives. Any thread may log meanwhile. Receiving a line allocates nothing and keeps errno; lines beyond
-/// the capacity fail the test.
+/// receives. Any thread may log meanwhile. Receiving a line keeps errno.
 class LogCapture
 {
 public:
@@ -39,32 +37,18 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     /// From now on lines are recorded, but the logger's answer is -1 with this errno (0 = success again).
-    void failWith(int errorNumber);
+    void failWith(int errorNumber) { m_error = errorNumber; }
 
     std::vector<LogLine> lines() const;
-    /// The texts of one severity, or of all, without the prefix.
-    std::vector<std::string> texts(int severity = -1) const;
-    std::size_t size() const;
-    void clear();
+    /// The texts of one severity without the prefix.
+    std::vector<std::string> texts(int severity) const;
+    std::size_t size() const { return lines().size(); }
 
 private:
-    static constexpr std::size_t CAPACITY = 512;
-    static constexpr std::size_t LINE_BYTES = 1280;
-
-    struct Slot
-    {
-        int opcode;
-        int severity;
-        char text[LINE_BYTES];
-    };
-
     static int receive(int opcode, int severity, const char* line);
-    int record(int opcode, int severity, const char* line);
 
     mutable std::mutex m_lock;
-    std::unique_ptr<Slot[]> m_slots;
-    std::size_t m_size = 0;
-    std::size_t m_dropped = 0;
+    std::vector<LogLine> m_lines;
     std::atomic<int> m_error{0};
     LogCapture* m_outer;
     KoPlatform::LogSink m_outerSink;
