@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "pf/platform/KoPlatformThread.h"
 #include "pf/platform/KoPlatformTimeout.h"
 #include "tests/platform/LockTestSupport.h"
 #include "tests/support/ChildProcess.h"
@@ -206,6 +207,98 @@ TEST(PlatformMutex, IsAbandonedInAForkedChildWhenItsOwnerStayedBehind)
     const ChildResult result = ChildProcess::run(body);
     EXPECT_EQ(result.exitStatus, 0) << result.describe();
     EXPECT_EQ(pthread_mutex_unlock(&own) + pthread_mutex_unlock(&shared), 0) << "nothing has changed here";
+}
+
+/// A store of permits in which every wake-up counts: none may get lost.
+struct Permits
+{
+    _sync mutex = makeMutex(SHARED);
+    _sync condition = {SHARED_CONDITION, 0U};
+    int available = 0;
+
+    static constexpr unsigned int SHARED_CONDITION = 0x40000000U;
+
+    void give(bool signalLocked)
+    {
+        pthread_mutex_lock(&mutex);
+        ++available;
+        signalLocked ? pthread_cond_signal(&condition) : 0;
+        pthread_mutex_unlock(&mutex);
+        signalLocked ? 0 : pthread_cond_signal(&condition);
+    }
+
+    /// \return false when a wait that must end by a wake-up did not.
+    bool take(bool timed)
+    {
+        bool woken = true;
+        pthread_mutex_lock(&mutex);
+        while (available == 0 && woken)
+        {
+            const int error = pthread_cond_timedwait(&condition, &mutex, deadlineIn(timed ? 1 : 60000));
+            woken = timed || error == 0;
+        }
+        available -= woken ? 1 : 0;
+        pthread_mutex_unlock(&mutex);
+        return woken;
+    }
+};
+
+TEST(PlatformCondition, LosesNoWakeUpAmongManyThreadsAndProcesses)
+{
+    const int rounds = slowness() == 1 ? 5000 : 500;
+    auto& permits = makeShared<Permits>();
+    const SignalStorm storm(SignalStorm::WHOLE_PROCESS);
+    const auto play = [&](int index)
+    {
+        bool woken = true;
+        for (int i = 0; i < rounds && woken; ++i)
+        {
+            index % 2 == 0 ? permits.give(index != 0) : void(woken = permits.take(index == 1));
+        }
+        EXPECT_TRUE(woken) << "a wake-up was lost";
+        return woken ? 0 : 1;
+    };
+    const auto giver = [&] { return play(6); };
+    inThreads(8, [&](int index) { index == 6 ? ChildProcess::run(giver).exitStatus : play(index); });
+    EXPECT_EQ(permits.available, 0);
+}
+
+/// The sum of the numbers of so many threads that all live at the same time.
+int sumOfNumbers(int count)
+{
+    std::atomic<int> arrived{0};
+    std::atomic<int> sum{0};
+    KoTest::inThreads(count,
+                      [&](int)
+                      {
+                          sum += KoPlatform::threadSelf();
+                          ++arrived;
+                          EXPECT_TRUE(KoTest::waitUntil([&] { return arrived == count; }));
+                      });
+    return sum;
+}
+
+TEST(PlatformThread, NumbersThreadsFromTheLowestFreeOneAndStartsOverInAForkedChild)
+{
+    EXPECT_EQ(KoPlatform::threadSelf(), 1) << "the main thread";
+    EXPECT_EQ(sumOfNumbers(40), 40 * 43 / 2) << "2 to 41";
+    EXPECT_EQ(sumOfNumbers(40), 40 * 43 / 2) << "numbers of ended threads are used again";
+    const auto child = []
+    {
+        EXPECT_EQ(KoPlatform::threadSelf(), 1) << "the child's only thread is its main thread";
+        EXPECT_EQ(KoPlatform::kernelThreadSelf(), static_cast<unsigned int>(getpid()));
+        // A sanitizer allows no threads in a forked child.
+        EXPECT_TRUE(!KoTest::FaultInjection::isAvailable() || sumOfNumbers(2) == 2 + 3);
+        return 0;
+    };
+    KoTest::inThreads(1,
+                      [&](int)
+                      {
+                          EXPECT_EQ(KoPlatform::threadSelf(), 2);
+                          const KoTest::ChildResult result = KoTest::ChildProcess::run(child);
+                          EXPECT_EQ(result.exitStatus, 0) << result.describe();
+                          EXPECT_EQ(KoPlatform::threadSelf(), 2);
+                      });
 }
 
 } // namespace
