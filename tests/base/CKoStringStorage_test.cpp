@@ -1,6 +1,5 @@
 #include "pf/base/CKoString.h"
 
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -9,6 +8,7 @@
 #include "tests/base/StringTesting.h"
 #include "tests/support/AssertionCounter.h"
 #include "tests/support/FaultInjection.h"
+#include "tests/support/Threads.h"
 
 using namespace KoTest;
 
@@ -193,25 +193,18 @@ TEST(CKoStringStorage, ComparesCharacterCountsThenBytesAndHashesSignedBytes)
 TEST(CKoStringStorage, CopiesOfOneStringLiveAndDieInSeveralThreads)
 {
     const CKoString original("shared by all");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    const auto copyAndChange = [&original](int)
     {
-        threads.emplace_back(
-            [copy = original]
-            {
-                for (int turn = 0; turn < 2000; ++turn)
-                {
-                    CKoString mine(copy);
-                    CKoString changed(mine);
-                    mine = changed.append("!");
-                    ASSERT_EQ(mine.byteLength(), copy.byteLength() + 1U);
-                }
-            });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+        const CKoString copy(original);
+        for (int turn = 0; turn < 2000; ++turn)
+        {
+            CKoString mine(copy);
+            CKoString changed(mine);
+            mine = changed.append("!");
+            ASSERT_EQ(mine.byteLength(), copy.byteLength() + 1U);
+        }
+    };
+    inThreads(4, copyAndChange);
     EXPECT_EQ(blockOf(original)->refCount, 1U);
 }
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <random>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -15,6 +14,7 @@
 #include "tests/support/AssertionCounter.h"
 #include "tests/support/FaultInjection.h"
 #include "tests/support/MemoryStream.h"
+#include "tests/support/Threads.h"
 
 namespace
 {
@@ -225,8 +225,11 @@ TEST(CKoRCMemoryBuffer, threadsShareAndDropOneBlock)
 {
     CKoRCMemoryBuffer buffer(100);
     std::memset(buffer.getBuffer(), 'x', 100);
-    const auto copyAndDrop = [](CKoRCMemoryBuffer own)
+    CKoRCMemoryBuffer owned[] = {buffer, buffer};
+    buffer.removeRef();
+    const auto copyAndDrop = [&owned](int index)
     {
+        CKoRCMemoryBuffer& own = owned[index];
         for (int i = 0; i < 2000; ++i)
         {
             const CKoRCMemoryBuffer copy(own);
@@ -234,11 +237,9 @@ TEST(CKoRCMemoryBuffer, threadsShareAndDropOneBlock)
             own = copy;
             EXPECT_EQ('x', blockOf(own)[99]);
         }
+        own.removeRef();
     };
-    std::thread threads[] = {std::thread(copyAndDrop, buffer), std::thread(copyAndDrop, buffer)};
-    buffer.removeRef();
-    for (std::thread& thread : threads)
-        thread.join();
+    KoTest::inThreads(2, copyAndDrop);
 }
 
 unsigned int sAsked = 0;

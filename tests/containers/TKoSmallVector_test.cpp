@@ -160,14 +160,9 @@ TEST(TKoSmallVector, emptyVectorsOwnNothing)
     EXPECT_EQ(0U, allocations.count());
 }
 
-int growBySeven(int requested, int)
-{
-    return requested + 7;
-}
-
 TEST(TKoSmallVector, capacitiesFollowTheGrowthPolicy)
 {
-    TKoSmallVector<int> grown(0, &growBySeven);
+    TKoSmallVector<int> grown(0, [](int requested, int) { return requested + 7; });
     EXPECT_EQ(4, TKoSmallVector<int>(grown).capacity()) << "a vector with a policy always has a block";
     grown.resize(5, 1);
     EXPECT_EQ(12, grown.capacity());
@@ -189,11 +184,6 @@ TEST(TKoSmallVector, capacitiesFollowTheGrowthPolicy)
     EXPECT_EQ(nullptr, exact.begin());
 }
 
-int growTooLittle(int requested, int)
-{
-    return requested - 1;
-}
-
 struct Wide
 {
     char bytes[1 << 20];
@@ -205,7 +195,7 @@ TEST(TKoSmallVector, brokenPreconditionsAreReportedAndChangeNothing)
     vector.resize(3, 7);
     const TKoSmallVector<int> before(vector);
     TKoSmallVector<Wide> wide;
-    TKoSmallVector<int> stingy(4, &growTooLittle);
+    TKoSmallVector<int> stingy(4, [](int requested, int) { return requested - 1; });
     stingy.resize(4, 1);
     const int one = 1;
     int huge = INT_MAX;

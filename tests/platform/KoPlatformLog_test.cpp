@@ -1,15 +1,13 @@
 #include "pf/platform/KoPlatformLog.h"
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/LogSocket.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/Threads.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
 namespace
@@ -26,11 +24,7 @@ protected:
     {
         stopLogger();
         ::unlink(m_path.c_str());
-        m_logger = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, m_path.c_str());
-        EXPECT_EQ(::bind(m_logger, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        m_logger = KoTest::openLogSocket(&::bind, m_path);
     }
 
     void stopLogger()
@@ -95,13 +89,8 @@ TEST_F(KoPlatformLogTest, ToleratesALoggerThatIsMissingEndsAndComesBack)
     startLogger();
     EXPECT_EQ(log("before a restart"), 0);
     startLogger();
-    const auto logInThread = [] { EXPECT_EQ(log("x"), 0); };
-    std::thread threads[] = {std::thread(logInThread), std::thread(logInThread), std::thread(logInThread)};
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-        EXPECT_EQ(next(), line("x"));
-    }
+    KoTest::inThreads(3, [](int) { EXPECT_EQ(log("x"), 0); });
+    EXPECT_EQ(next() + next() + next() + next(), line("x") + line("x") + line("x"));
     stopLogger();
     ::unlink(m_path.c_str());
     EXPECT_EQ(log("gone"), ENOENT);

@@ -66,10 +66,6 @@ TEST(PlatformProcess, TellsWhyAProgramCannotBeStartedAndLeavesNoChild)
     EXPECT_EQ(errno, EINVAL);
 }
 
-extern "C" void ignoreSignal(int /*signal*/)
-{
-}
-
 TEST(PlatformProcess, StartsAProgramWithTheCallersMaskAndWithoutItsHandlers)
 {
     const KoTest::TemporaryDirectory directory;
@@ -81,7 +77,7 @@ TEST(PlatformProcess, StartsAProgramWithTheCallersMaskAndWithoutItsHandlers)
                                "kill -USR1 $$\n"
                                "exit 5\n");
     chmod(directory.file("program").c_str(), 0700);
-    std::signal(SIGUSR1, ignoreSignal);
+    std::signal(SIGUSR1, [](int) {});
     sigset_t blocked;
     sigset_t former;
     sigemptyset(&blocked);

@@ -5,13 +5,13 @@
 #include <future>
 #include <new>
 #include <thread>
-#include <vector>
 
 #include <sys/mman.h>
 
 #include "pf/platform/KoPlatformClock.h"
 #include "pf/platform/KoPlatformSync.h"
 #include "tests/support/Deadline.h"
+#include "tests/support/Threads.h"
 
 namespace KoTest
 {
@@ -51,21 +51,6 @@ inline unsigned long long deadlineIn(unsigned int ms)
 inline bool hasWaiter(const _sync& mutex)
 {
     return waitUntil([&] { return __atomic_load_n(&mutex.owner, __ATOMIC_RELAXED) >> 31U != 0U; });
-}
-
-/// Runs a call in several threads at once, with their indices, and waits for all.
-template <typename Call>
-void inThreads(int count, Call call)
-{
-    std::vector<std::thread> threads;
-    for (int index = 0; index < count; ++index)
-    {
-        threads.emplace_back([&call, index] { call(index); });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
 }
 
 /// Four threads add to a plain counter, each between lock(its index) and unlock().

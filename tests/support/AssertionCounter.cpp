@@ -1,11 +1,7 @@
 #include "tests/support/AssertionCounter.h"
 
 #include <cctype>
-#include <cstdio>
 #include <cstring>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -13,21 +9,6 @@
 
 namespace KoTest
 {
-
-namespace
-{
-
-int redirectStandardError(const std::string& path)
-{
-    std::fflush(stderr);
-    const int former = dup(STDERR_FILENO);
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    dup2(file, STDERR_FILENO);
-    close(file);
-    return former;
-}
-
-} // namespace
 
 AssertionCounter::AssertionCounter(unsigned int expectedCount)
     : m_expectedCount(expectedCount)
@@ -52,17 +33,15 @@ AssertionReports::AssertionReports()
     : m_directoryVariable("KO_ASSERTION_BACKTRACE_DIR", m_directory.path().c_str())
     , m_abortVariable("KO_ENABLE_ABORT_ON_ASSERTION", nullptr)
     , m_expectedBefore(CKoAsserter::getExpectedAssertions())
-    , m_standardError(redirectStandardError(m_directory.file("stderr")))
 {
     CKoAsserter::setExpectedAssertions(0);
+    testing::internal::CaptureStderr();
 }
 
 AssertionReports::~AssertionReports()
 {
     CKoAsserter::setExpectedAssertions(m_expectedBefore);
-    std::fflush(stderr);
-    dup2(m_standardError, STDERR_FILENO);
-    close(m_standardError);
+    testing::internal::GetCapturedStderr();
 }
 
 /// Takes apart "ASSERTION \"message\" failed in file line"; a message may contain anything.

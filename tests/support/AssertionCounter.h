@@ -29,8 +29,8 @@ private:
     unsigned int m_expectedBefore;
 };
 
-/// Lets assertions be reported in full while it lives: log lines are captured, standard error goes to a file
-/// and backtraces go to a temporary directory. Not for use from several threads, and not nested.
+/// Lets assertions be reported in full while it lives: log lines are captured, standard error is
+/// swallowed and backtraces go to a temporary directory. Not for use from several threads, and not nested.
 class AssertionReports
 {
 public:
@@ -49,7 +49,6 @@ private:
     ScopedEnvironment m_abortVariable;
     LogCapture m_log;
     unsigned int m_expectedBefore;
-    int m_standardError;
 };
 
 /// A call that is to report once, as "file: message" or "file line: message".

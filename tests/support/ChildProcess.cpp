@@ -1,6 +1,5 @@
 #include "tests/support/ChildProcess.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -12,13 +11,13 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "tests/support/Deadline.h"
+#include "tests/support/LogSocket.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace KoTest
@@ -28,22 +27,6 @@ namespace
 {
 
 constexpr int EXEC_FAILED = 127;
-
-/// A datagram socket bound (or connected) to a path; ends the test program if that fails.
-int openLogSocket(const std::string& path, int (*attach)(int, const sockaddr*, socklen_t))
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), std::min(path.size(), sizeof(address.sun_path) - 1));
-    const void* const generic = &address;
-    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (attach(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) != 0)
-    {
-        std::perror(path.c_str());
-        std::abort();
-    }
-    return descriptor;
-}
 
 /// Where the forked child's sink sends its lines.
 int sLogDescriptor = -1;
@@ -82,7 +65,7 @@ class Run
 {
 public:
     Run()
-        : m_logSocket(openLogSocket(logPath(), &::bind))
+        : m_logSocket(openLogSocket(&::bind, logPath()))
     {
     }
     ~Run() { close(m_logSocket); }
@@ -154,7 +137,7 @@ private:
 
 [[noreturn]] void runForkedBody(const std::function<int()>& body, const std::string& logPath)
 {
-    sLogDescriptor = openLogSocket(logPath, &::connect);
+    sLogDescriptor = openLogSocket(&::connect, logPath);
     KoPlatform::setLogSink(&sendToParent);
     const bool hadFailure = testing::Test::HasFailure();
     int status = body();
@@ -202,7 +185,7 @@ std::string ChildResult::describe() const
          << standardOutput << "\nstderr:\n"
          << standardError << "\nlog:\n";
     for (const LogLine& line : log)
-        text << line.severity << " (" << line.opcode << ") " << line.text << "\n";
+        text << line.describe() << "\n";
     return text.str();
 }
 

@@ -25,6 +25,11 @@ std::string LogLine::withoutPrefix(pid_t pid) const
     return text.compare(0, prefix.size(), prefix) == 0 ? text.substr(prefix.size()) : text;
 }
 
+std::string LogLine::describe() const
+{
+    return std::to_string(severity) + " (" + std::to_string(opcode) + ") " + text;
+}
+
 LogCapture::LogCapture()
     : m_outer(sCurrent.exchange(this))
     , m_outerSink(KoPlatform::setLogSink(&LogCapture::receive))

@@ -21,6 +21,8 @@ struct LogLine
     std::string text; ///< with its "pid %d: " prefix
 
     std::string withoutPrefix(pid_t pid) const;
+    /// "severity (opcode) text".
+    std::string describe() const;
 };
 
 /// The prefix that every line of a process carries.

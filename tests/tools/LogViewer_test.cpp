@@ -3,14 +3,11 @@
 #include <string>
 #include <vector>
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Deadline.h"
+#include "tests/support/LogSocket.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace
@@ -18,16 +15,6 @@ namespace
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// Binds or connects a socket to a path.
-bool attach(int (*call)(int, const sockaddr*, socklen_t), int descriptor, const std::string& path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const void* const generic = &address;
-    return call(descriptor, static_cast<const sockaddr*>(generic), sizeof(address)) == 0;
-}
 
 /// Runs the viewer on a private socket, sends it datagrams and tells it to end afterwards.
 class LogViewer : public testing::Test
@@ -51,9 +38,10 @@ protected:
 
     void send(const std::vector<std::string>& datagrams)
     {
-        const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        int descriptor = -1;
         // The viewer may still be on its way to listening.
-        EXPECT_TRUE(KoTest::waitUntil([&] { return attach(&connect, descriptor, m_path); }));
+        EXPECT_TRUE(
+            KoTest::waitUntil([&] { return (descriptor = KoTest::openLogSocket(&connect, m_path)) >= 0; }));
         for (const std::string& datagram : datagrams)
         {
             EXPECT_EQ(::send(descriptor, datagram.data(), datagram.size(), MSG_NOSIGNAL),
@@ -134,8 +122,8 @@ TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOnUntilItsCountIsReached)
 
 TEST_F(LogViewer, replacesAnAbandonedSocketButNeitherAFileNorALivingLogger)
 {
-    const int abandoned = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_TRUE(attach(&bind, abandoned, m_path));
+    const int abandoned = KoTest::openLogSocket(&bind, m_path);
+    ASSERT_GE(abandoned, 0);
 
     const KoTest::ChildProcess::Program program{KO_LOGVIEW, {"--socket", m_path, "--count", "1"}, {}, {}};
     const KoTest::ChildResult inUse = KoTest::ChildProcess::execute(program);

@@ -7,6 +7,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/Threads.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -205,7 +206,7 @@ TEST_F(KoBacktraceTest, TheNoAllocationEntryReportsEachMissingText)
 
 TEST_F(KoBacktraceTest, RecordsOfThreadsNeverInterleave)
 {
-    const auto dumpRepeatedly = [this]
+    const auto dumpRepeatedly = [this](int)
     {
         for (int i = 0; i < 4; ++i)
         {
@@ -213,12 +214,7 @@ TEST_F(KoBacktraceTest, RecordsOfThreadsNeverInterleave)
             dumpNoAlloc("a");
         }
     };
-    std::thread threads[] = {std::thread(dumpRepeatedly), std::thread(dumpRepeatedly),
-                             std::thread(dumpRepeatedly)};
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    KoTest::inThreads(3, dumpRepeatedly);
     const std::string records = m_directory.read(defaultName());
     EXPECT_EQ(countOf("INFO - a\n\nTID", records), 24U);
     EXPECT_THAT(records, MatchesRegex("(" + backtraceRecord("a", "TID: [0-9]+ PID: [0-9]+") + ")+"));
