@@ -175,7 +175,7 @@ TEST(KoOperatingSystem, ChangesTheSignalMaskOfTheCallingThread)
     // The emulator keeps the last signal for itself.
     const int highest = KoTest::isEmulated() ? 62 : 64;
     std::thread(
-        [highest]
+        [&]
         {
             change({2, 15}, KoOSTypes::SET_SIGNALS, 0);
             EXPECT_EQ(change({highest, 1}, KoOSTypes::BLOCK_SIGNALS, 2), (Signals{2, 15}));
