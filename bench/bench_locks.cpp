@@ -1,6 +1,7 @@
 // Locks and condition variables against what a user would pick instead: the standard mutex, a thread-library
 // mutex with priority inheritance, Qt's mutex, and the thread library's condition variable.
 
+#include "bench/BenchSupport.h"
 #include "pf/oswrapper/CKoCriticalSection.h"
 #include "pf/oswrapper/CKoMutex.h"
 #include "pf/oswrapper/CKoWaitCondition.h"
@@ -10,7 +11,6 @@
 
 #include <mutex>
 #include <pthread.h>
-#include <sched.h>
 #include <thread>
 
 #ifdef KO_BENCH_QT
@@ -182,29 +182,6 @@ private:
     int m_turn = 0;
 };
 
-/// The calling thread's affinity, put back at the end.
-class Pinned
-{
-public:
-    explicit Pinned(bool pin)
-    {
-        sched_getaffinity(0, sizeof(m_former), &m_former);
-        if (pin)
-        {
-            cpu_set_t one;
-            CPU_ZERO(&one);
-            CPU_SET(0, &one);
-            sched_setaffinity(0, sizeof(one), &one);
-        }
-    }
-    ~Pinned() { sched_setaffinity(0, sizeof(m_former), &m_former); }
-    Pinned(const Pinned&) = delete;
-    Pinned& operator=(const Pinned&) = delete;
-
-private:
-    cpu_set_t m_former;
-};
-
 /// One round trip between two threads, both on one processor or wherever the system puts them. The partner
 /// inherits the affinity.
 template <class Turns>
@@ -213,7 +190,7 @@ void pingPong(benchmark::State& state, bool pin)
     constexpr int PING = 0;
     constexpr int PONG = 1;
     constexpr int END = 2;
-    const Pinned pinned(pin);
+    const KoBench::Pinned pinned(pin);
     Turns turns;
     std::thread partner(
         [&]

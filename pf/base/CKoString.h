@@ -20,6 +20,11 @@
 class IKoIStream;
 class IKoOStream;
 
+namespace KoPrivate
+{
+class CKoStringFiller;
+}
+
 /// Owns one reference to a block of text. Copying shares the block; moving takes it and leaves the source
 /// empty.
 ///
@@ -363,6 +368,7 @@ public:
     void charConstruct(const char* bytes, unsigned int count, unsigned int offset);
 
 private:
+    friend class KoPrivate::CKoStringFiller;
     friend KO_EXPORT const IKoIStream& operator>>(const IKoIStream& stream, CKoString& string);
 
     static SStringData* share(SStringData* data) noexcept

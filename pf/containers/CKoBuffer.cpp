@@ -1,6 +1,7 @@
 #include "pf/containers/CKoBuffer.h"
 
 #include "pf/oswrapper/CKoAsserter.h"
+#include "pf/stream/CKoByteStream.h"
 #include "pf/stream/IKoIStream.h"
 #include "pf/stream/IKoOStream.h"
 
@@ -16,6 +17,18 @@ constexpr char FILE_TEXT[] = "CKoBuffer";
 } // namespace
 
 static_assert(sizeof(CKoBuffer) == sizeof(CKoRCMemoryBuffer), "no member of its own");
+
+CKoBuffer::CKoBuffer(const CKoByteStream& stream)
+    : CKoRCMemoryBuffer(stream.getMemoryBuffer())
+{
+    resize(stream.length(), isShared());
+}
+
+CKoBuffer& CKoBuffer::operator=(const CKoByteStream& stream)
+{
+    *this = CKoBuffer(stream);
+    return *this;
+}
 
 void CKoBuffer::resize(unsigned int size, bool force)
 {

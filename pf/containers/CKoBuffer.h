@@ -2,6 +2,8 @@
 
 #include "pf/containers/CKoRCMemoryBuffer.h"
 
+class CKoByteStream;
+
 /// A CKoRCMemoryBuffer that can be resized and that copies a shared block before copyTo writes into it.
 ///
 /// Sharing, threads and cost are those of the base; any change of size but truncate allocates. Sizes and
@@ -10,6 +12,13 @@ class KO_EXPORT CKoBuffer : public CKoRCMemoryBuffer
 {
 public:
     using CKoRCMemoryBuffer::CKoRCMemoryBuffer;
+
+    /// Empty.
+    CKoBuffer() = default;
+
+    /// A private copy of exactly the bytes written to the stream.
+    CKoBuffer(const CKoByteStream& stream);
+    CKoBuffer& operator=(const CKoByteStream& stream);
 
     /// Replaces the block by a private one of `size` bytes that begins with the old bytes; what is added is
     /// undefined. Nothing happens when the size is unchanged, unless `force` asks for a private copy.

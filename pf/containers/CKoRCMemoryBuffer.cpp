@@ -14,7 +14,6 @@ namespace
 
 constexpr char FILE_TEXT[] = "CKoRCMemoryBuffer";
 constexpr unsigned int DATA_OFFSET = 16; ///< the header, rounded up to 8 bytes
-constexpr unsigned int MAX_SIZE = (UINT_MAX - DATA_OFFSET) & ~7U;
 
 /// What is allocated on the word of a stream alone, before a byte has come.
 constexpr unsigned int FIRST_PIECE_SIZE = 64 * 1024;
@@ -29,6 +28,7 @@ unsigned int allocationSize(unsigned int size)
 CKoRCMemoryBuffer::SData CKoRCMemoryBuffer::sNullBuffer = {1, 0, nullptr};
 
 static_assert(sizeof(CKoRCMemoryBuffer) == sizeof(void*), "a buffer is one pointer");
+static_assert(CKoRCMemoryBuffer::MAX_SIZE == ((UINT_MAX - DATA_OFFSET) & ~7U), "with its header, in 32 bits");
 
 CKoRCMemoryBuffer::CKoRCMemoryBuffer(unsigned int size)
     : m_data(&sNullBuffer)
@@ -61,6 +61,26 @@ unsigned char* CKoRCMemoryBuffer::getBuffer()
         doCheapAssert(__LINE__, FILE_TEXT);
     }
     return m_data->data;
+}
+
+void CKoRCMemoryBuffer::makePrivate(unsigned int size)
+{
+    if (!isValidSize(size))
+    {
+        return doCheapAssert(__LINE__, FILE_TEXT);
+    }
+    if (size == 0)
+    {
+        return removeRef();
+    }
+    if (!isShared())
+    {
+        m_data = resizeBlock(m_data, size);
+        return;
+    }
+    SData* const block = createBlock(size);
+    std::memcpy(block->data, m_data->data, std::min(size, getSize()));
+    replaceBlock(block);
 }
 
 bool CKoRCMemoryBuffer::operator==(const CKoRCMemoryBuffer& other) const

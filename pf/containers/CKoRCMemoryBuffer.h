@@ -16,14 +16,17 @@ class IKoOStream;
 class KO_EXPORT CKoRCMemoryBuffer
 {
 public:
+    /// The most bytes a block can have: its header and they have to fit into a 32-bit size.
+    static constexpr unsigned int MAX_SIZE = 0xFFFFFFE8U;
+
     /// Empty.
     CKoRCMemoryBuffer()
         : m_data(&sNullBuffer)
     {
     }
 
-    /// A block of `size` bytes with undefined content; empty for size 0. A size that no block can have (the
-    /// last few below 4 GiB) is reported and gives an empty buffer.
+    /// A block of `size` bytes with undefined content; empty for size 0. A size above MAX_SIZE is
+    /// reported and gives an empty buffer.
     explicit CKoRCMemoryBuffer(unsigned int size);
 
     CKoRCMemoryBuffer(const CKoRCMemoryBuffer& other)
@@ -45,6 +48,13 @@ public:
 
     /// The bytes, for reading; null when empty.
     const unsigned char* getBuffer() const { return m_data->data; }
+
+    /// The bytes, for writing, when this buffer is known to be the only one of its block.
+    unsigned char* getUnsharedBuffer() { return m_data->data; }
+
+    /// Makes the block one of `size` bytes that this buffer alone refers to and that begins with the old
+    /// bytes; what is added is undefined. A size above MAX_SIZE is reported and changes nothing.
+    void makePrivate(unsigned int size);
 
     /// Number of bytes.
     unsigned int getSize() const { return m_data->size; }

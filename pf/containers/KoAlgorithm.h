@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 /// Searches over arrays and iterator ranges. The binary searches expect an array that is ordered under `cmp`
 /// and cost about log2(count) comparisons; `Key` may differ from the element type when `cmp` can compare
 /// both.
@@ -63,3 +65,21 @@ Iterator find_if(Iterator first, Iterator last, Predicate predicate)
 }
 
 } // namespace KoAlgorithm
+
+/// Predicate of KoAlgorithm::find_if that holds for one object only: the one at the given address.
+struct SKoPointerCmp
+{
+    /// \param wanted may be stale: it is compared and never followed.
+    explicit SKoPointerCmp(const void* wanted)
+        : object(wanted)
+    {
+    }
+
+    template <class T>
+    bool operator()(const T& element) const
+    {
+        return static_cast<const void*>(std::addressof(element)) == object;
+    }
+
+    const void* object;
+};

@@ -56,3 +56,13 @@ void KoListAssertions::doAssert(KoContainerAssertions::ErrorCode code, unsigned 
 {
     KoContainerAssertions::reportAssertion(code, "TKoList", line);
 }
+
+bool KoListAssertions::checkNode(const CKoListNodeBase* node, unsigned int line)
+{
+    if (node != nullptr)
+    {
+        return true;
+    }
+    doAssert(KoContainerAssertions::InvalidIteratorPosition, line);
+    return false;
+}

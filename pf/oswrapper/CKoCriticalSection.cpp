@@ -3,6 +3,7 @@
 #include "pf/oswrapper/KoSyslog.h"
 #include "pf/oswrapper/TKoOptional.h"
 #include "pf/oswrapper/TKoStartupCaller.h"
+#include "pf/platform/KoSyncRecord.h"
 
 #include <cerrno>
 
@@ -36,6 +37,13 @@ CKoCriticalSection::~CKoCriticalSection()
     {
         KoSyslog::logMsg(0, KoSyslog::Critical, "Failed to destroy CKoCriticalSection: error=%d", error);
     }
+}
+
+bool CKoCriticalSection::isHeldByCaller() const noexcept
+{
+    // A thread that has never locked anything has no id yet.
+    const unsigned int self = KoPlatform::sThreadIdentity.kernelId;
+    return self != 0U && KoPlatform::isOwnedBy(m_mutex, self);
 }
 
 void CKoCriticalSection::lockContended() noexcept

@@ -51,6 +51,9 @@ public:
         }
     }
 
+    /// Whether the calling thread has locked the section: for code that both the owner and others reach.
+    KO_EXPORT bool isHeldByCaller() const noexcept;
+
 private:
     friend class CKoWaitCondition;
 

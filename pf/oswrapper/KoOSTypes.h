@@ -19,7 +19,7 @@ struct SEMHANDLE
     unsigned int waiters; ///< threads inside the condition wait
 };
 
-/// A counting semaphore of the platform.
+/// A semaphore of the platform, created and used by KoTriggerAccess.
 using TRIGGER_HANDLE = _sync;
 
 /// A condition variable of the platform.

@@ -33,15 +33,24 @@ KernelTime toKernelTime(unsigned long long ns)
     return KernelTime{static_cast<long long>(ns / NS_PER_SECOND), static_cast<long long>(ns % NS_PER_SECOND)};
 }
 
+/// What becomes of interruptions by signals. All deadlines are absolute and all values compared again, so
+/// that an interrupted call can just be repeated.
+enum Interruptions
+{
+    ABSORB_INTERRUPTIONS,
+    REPORT_INTERRUPTIONS
+};
+
 /// One futex call; the error number, or 0 and the call's result. `errno` is left as it was.
 template <class Time>
 int callFutex(long number, unsigned int* word, int operation, unsigned int value, Time time,
-              unsigned int* word2, unsigned int value3, long* result = nullptr)
+              unsigned int* word2, unsigned int value3, Interruptions interruptions = ABSORB_INTERRUPTIONS,
+              long* result = nullptr)
 {
     const int savedErrno = errno;
-    // All deadlines are absolute and all values compared again, so that a call can just be repeated.
-    const long returned = KoPlatform::repeatInterrupted(
-        [&] { return syscall(number, word, operation, value, time, word2, value3); });
+    const auto call = [&] { return syscall(number, word, operation, value, time, word2, value3); };
+    const long returned =
+        interruptions == REPORT_INTERRUPTIONS ? call() : KoPlatform::repeatInterrupted(call);
     const int error = returned == -1 ? errno : 0;
     errno = savedErrno;
     if (result != nullptr)
@@ -58,7 +67,8 @@ int operationFor(int operation, bool shared)
 
 #ifdef SYS_futex_time64
 /// The same call on kernels before 5.1, which know only narrow times on 32-bit processors.
-int callNarrow(unsigned int* word, int operation, unsigned int value, const KernelTime& time)
+int callNarrow(unsigned int* word, int operation, unsigned int value, const KernelTime& time,
+               Interruptions interruptions)
 {
     struct
     {
@@ -66,26 +76,30 @@ int callNarrow(unsigned int* word, int operation, unsigned int value, const Kern
         long nanoseconds;
     } narrow = {static_cast<long>(std::min<long long>(time.seconds, LONG_MAX)),
                 static_cast<long>(time.nanoseconds)};
-    return callFutex(SYS_futex, word, operation, value, &narrow, nullptr, FUTEX_BITSET_MATCH_ANY);
+    return callFutex(SYS_futex, word, operation, value, &narrow, nullptr, FUTEX_BITSET_MATCH_ANY,
+                     interruptions);
 }
 
-int callTimed(unsigned int* word, int operation, unsigned int value, const KernelTime& time)
+int callTimed(unsigned int* word, int operation, unsigned int value, const KernelTime& time,
+              Interruptions interruptions = ABSORB_INTERRUPTIONS)
 {
-    const int error =
-        callFutex(SYS_futex_time64, word, operation, value, &time, nullptr, FUTEX_BITSET_MATCH_ANY);
-    return error == ENOSYS ? callNarrow(word, operation, value, time) : error;
+    const int error = callFutex(SYS_futex_time64, word, operation, value, &time, nullptr,
+                                FUTEX_BITSET_MATCH_ANY, interruptions);
+    return error == ENOSYS ? callNarrow(word, operation, value, time, interruptions) : error;
 }
 #else
-int callTimed(unsigned int* word, int operation, unsigned int value, const KernelTime& time)
+int callTimed(unsigned int* word, int operation, unsigned int value, const KernelTime& time,
+              Interruptions interruptions = ABSORB_INTERRUPTIONS)
 {
-    return callFutex(SYS_futex, word, operation, value, &time, nullptr, FUTEX_BITSET_MATCH_ANY);
+    return callFutex(SYS_futex, word, operation, value, &time, nullptr, FUTEX_BITSET_MATCH_ANY,
+                     interruptions);
 }
 #endif
 
-unsigned long long realTimeNow()
+unsigned long long readClock(clockid_t clock)
 {
     timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(clock, &now);
     return static_cast<unsigned long long>(now.tv_sec) * NS_PER_SECOND +
            static_cast<unsigned long long>(now.tv_nsec);
 }
@@ -98,13 +112,25 @@ int lockInSlices(unsigned int* word, bool shared, unsigned long long deadlineNs)
     {
         const unsigned long long now = KoPlatform::monotonicNow();
         const unsigned long long left = deadlineNs > now ? deadlineNs - now : 0ULL;
-        const KernelTime until = toKernelTime(realTimeNow() + std::min(left, NS_PER_SECOND));
+        const KernelTime until = toKernelTime(readClock(CLOCK_REALTIME) + std::min(left, NS_PER_SECOND));
         const int error = callTimed(word, operationFor(FUTEX_LOCK_PI, shared), 0U, until);
         if (error != ETIMEDOUT || KoPlatform::monotonicNow() >= deadlineNs)
         {
             return error;
         }
     }
+}
+
+int waitWhileEqual(unsigned int* word, unsigned int value, bool shared, unsigned long long deadlineNs,
+                   Interruptions interruptions)
+{
+    const int operation = operationFor(FUTEX_WAIT_BITSET, shared);
+    if (deadlineNs == KoPlatform::NO_DEADLINE)
+    {
+        return callFutex(SYS_futex, word, operation, value, nullptr, nullptr, FUTEX_BITSET_MATCH_ANY,
+                         interruptions);
+    }
+    return callTimed(word, operation, value, toKernelTime(deadlineNs), interruptions);
 }
 
 } // namespace
@@ -153,12 +179,18 @@ int futexUnlock(unsigned int* word, bool shared)
 
 int futexWait(unsigned int* word, unsigned int value, bool shared, unsigned long long deadlineNs)
 {
-    const int operation = operationFor(FUTEX_WAIT_BITSET, shared);
-    if (deadlineNs == NO_DEADLINE)
-    {
-        return callFutex(SYS_futex, word, operation, value, nullptr, nullptr, FUTEX_BITSET_MATCH_ANY);
-    }
-    return callTimed(word, operation, value, toKernelTime(deadlineNs));
+    return waitWhileEqual(word, value, shared, deadlineNs, ABSORB_INTERRUPTIONS);
+}
+
+int futexWaitOnce(unsigned int* word, unsigned int value, bool shared, unsigned long long deadlineNs)
+{
+    return waitWhileEqual(word, value, shared, deadlineNs, REPORT_INTERRUPTIONS);
+}
+
+int futexWake(unsigned int* word, int count, bool shared)
+{
+    return callFutex(SYS_futex, word, operationFor(FUTEX_WAKE, shared), static_cast<unsigned int>(count),
+                     nullptr, nullptr, 0U);
 }
 
 int futexAdvance(unsigned int* word, int count, bool shared)
@@ -174,8 +206,13 @@ int futexCountSleepers(unsigned int* word, bool shared)
     // Moving all sleepers from the word to itself wakes none and tells how many there are.
     long count = 0;
     const int error = callFutex(SYS_futex, word, operationFor(FUTEX_REQUEUE, shared), 0U,
-                                static_cast<long>(INT_MAX), word, 0U, &count);
+                                static_cast<long>(INT_MAX), word, 0U, ABSORB_INTERRUPTIONS, &count);
     return error == 0 ? static_cast<int>(count) : -1;
+}
+
+unsigned long long futexClockNow()
+{
+    return readClock(CLOCK_MONOTONIC);
 }
 
 bool threadExists(unsigned int kernelId, bool anywhere)

@@ -1,8 +1,8 @@
 #pragma once
 
 /// The host's futex calls as the locks need them. All return 0 or an error number, leave `errno` alone and
-/// absorb interruptions. Deadlines are absolute nanoseconds of the monotonic clock, NO_DEADLINE
-/// for none; `shared` tells whether other processes use the word.
+/// absorb interruptions, unless they say otherwise. Deadlines are absolute nanoseconds of the monotonic
+/// clock, NO_DEADLINE for none; `shared` tells whether other processes use the word.
 namespace KoPlatform
 {
 
@@ -28,12 +28,21 @@ int futexUnlock(unsigned int* word, bool shared);
 /// Sleeps while the word has the value. `EAGAIN` when it has another one already.
 int futexWait(unsigned int* word, unsigned int value, bool shared, unsigned long long deadlineNs);
 
+/// The same; `EINTR` when a signal handler interrupted the sleep.
+int futexWaitOnce(unsigned int* word, unsigned int value, bool shared, unsigned long long deadlineNs);
+
+/// Wakes up to `count` sleepers. The word need not exist any more: at worst somebody is woken for nothing.
+int futexWake(unsigned int* word, int count, bool shared);
+
 /// Adds 2 to an even word and wakes up to `count` sleepers in one step, so that only those are woken that
 /// slept before.
 int futexAdvance(unsigned int* word, int count, bool shared);
 
 /// Counts the threads that sleep on the word. \return the number, or -1 when the kernel cannot tell.
 int futexCountSleepers(unsigned int* word, bool shared);
+
+/// The time that the deadlines are compared with, whatever source the layer's own clock has.
+unsigned long long futexClockNow();
 
 /// Whether a thread with this kernel id exists: anywhere, or in the calling process.
 bool threadExists(unsigned int kernelId, bool anywhere);

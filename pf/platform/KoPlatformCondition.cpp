@@ -3,6 +3,7 @@
 #include "pf/platform/KoPlatformThread.h"
 #include "pf/platform/KoPlatformTimeout.h"
 #include "pf/platform/KoSyncRecord.h"
+#include "pf/platform/KoThreadWait.h"
 
 #include <cerrno>
 #include <climits>
@@ -35,10 +36,14 @@ unsigned int waiters(const _sync& condition)
     return countWord(condition) & SYNC_COUNT;
 }
 
-/// A number that has changed already is a wake-up too.
+/// A number that has changed already is a wake-up too, one without a new number is another thread's.
 int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long deadlineNs)
 {
-    const int error = futexWait(&condition.owner, sequence, isShared(condition), deadlineNs);
+    int error = 0;
+    while (error == 0 && ownerWord(condition) == sequence)
+    {
+        error = futexWaitTerminable(&condition.owner, sequence, isShared(condition), deadlineNs);
+    }
     return error == EAGAIN ? 0 : error;
 }
 
@@ -54,6 +59,10 @@ int waitOn(_sync& condition, _sync& mutex, const Deadlines& deadlines)
     const int error = sleepUntilWoken(condition, sequence, deadlines.wake);
     // Release pairs with the acquire in pthread_cond_destroy: the condition may be gone after this.
     __atomic_fetch_sub(&condition.count, 1U, __ATOMIC_RELEASE);
+    if (error == ECANCELED)
+    {
+        endCallingThread();
+    }
     // A timeout that ran out in the first state does not bound the second.
     const int relockError = relockMutexUntil(mutex, error == ETIMEDOUT ? NO_DEADLINE : deadlines.relock);
     if (relockError != 0)
@@ -146,7 +155,7 @@ int pthread_cond_destroy(_sync* condition)
         {
             return EBUSY;
         }
-        delayUntil(monotonicNow() + PAUSE_NS);
+        pauseFor(PAUSE_NS);
     }
     *condition = _sync{0U, 0U};
     return 0;

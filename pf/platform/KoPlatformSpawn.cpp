@@ -1,3 +1,4 @@
+#include "pf/platform/KoFailure.h"
 #include "pf/platform/KoPlatformProcess.h"
 #include "pf/platform/KoPlatformRetry.h"
 #include "pf/platform/KoThreadSanitizer.h"
@@ -15,6 +16,8 @@
 
 namespace
 {
+
+using KoPlatform::failWith;
 
 constexpr std::size_t CHILD_STACK_SIZE = 65536U;
 constexpr int EXIT_NOT_STARTED = 127;
@@ -105,12 +108,6 @@ int readStartError(int descriptor)
     const ssize_t got =
         KoPlatform::repeatInterrupted([&] { return read(descriptor, &error, sizeof(error)); });
     return got == static_cast<ssize_t>(sizeof(error)) ? error : 0;
-}
-
-int failWith(int error)
-{
-    errno = error;
-    return -1;
 }
 
 /// Reaps a child that came to nothing.

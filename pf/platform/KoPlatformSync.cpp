@@ -6,6 +6,7 @@
 #include "pf/platform/KoPlatformTimeout.h"
 #include "pf/platform/KoSyncRecord.h"
 #include "pf/platform/KoThreadSanitizer.h"
+#include "pf/platform/KoThreadWait.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,6 +29,9 @@ constexpr int SPIN_COUNT = 100;
 // Kernel refusals that pass when another thread has ended or memory is there again.
 constexpr unsigned long long PAUSE_NS = 1000000ULL;
 constexpr int MAX_PAUSES_OF_DAMAGED_RECORD = 1000;
+
+// Nothing but time breaks a wait for a lock, so a thread that may be ended looks that often.
+constexpr unsigned long long SLICE_NS = 100000000ULL;
 
 constexpr int LOG_SEVERITY_ERROR = 2;
 
@@ -205,7 +209,12 @@ public:
             {
                 return 0;
             }
-            const int error = futexLock(&m_mutex.owner, isShared(m_mutex), m_deadlineNs);
+            if (isTerminationRequested())
+            {
+                endCallingThread();
+            }
+            const unsigned long long sliceEndNs = endOfSlice();
+            const int error = futexLock(&m_mutex.owner, isShared(m_mutex), sliceEndNs);
             if (error == 0)
             {
                 finishKernelLock(m_mutex);
@@ -214,6 +223,10 @@ public:
             if (ownerDied(error, word) && takeFromDead(m_mutex, word, m_self))
             {
                 return 0;
+            }
+            if (error == ETIMEDOUT && sliceEndNs < m_deadlineNs)
+            {
+                continue;
             }
             if (isFinal(error))
             {
@@ -227,6 +240,11 @@ public:
     }
 
 private:
+    unsigned long long endOfSlice() const
+    {
+        return mayBeEnded() ? std::min(m_deadlineNs, futexClockNow() + SLICE_NS) : m_deadlineNs;
+    }
+
     /// Whether the kernel means that the owner is gone and nobody waits. It refuses to wait for a stranger,
     /// who got the id of a dead thread of this process.
     bool ownerDied(int error, unsigned int word) const
@@ -271,7 +289,7 @@ private:
         {
             return false;
         }
-        delayUntil(std::min(m_deadlineNs, now + PAUSE_NS));
+        pauseFor(std::min(m_deadlineNs - now, PAUSE_NS));
         return true;
     }
 

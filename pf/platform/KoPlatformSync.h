@@ -3,27 +3,31 @@
 #include "pf/base/KoExport.h"
 #include "pf/platform/KoPlatformThread.h"
 
-/// The kernel's synchronisation record: a mutex or a condition variable in two words.
+#include <ctime>
+
+/// The kernel's synchronisation record: a mutex, a condition variable or a semaphore in two words.
 ///
 /// As a mutex, `owner` is 0 while it is free and holds the owner's kernel thread id otherwise, with the top
 /// bit set while others wait in the kernel; `count` holds its kind and how often a recursive one is locked
 /// again. As a condition variable, `owner` is the sequence number that waiters sleep on and `count` the
-/// number of waiters and its kind.
+/// number of waiters and its kind. As a semaphore, `owner` is its value and the number of waiters, `count`
+/// its kind.
 ///
 /// An all-zero record is a valid mutex (not recursive, private to the process) and a valid condition
-/// variable. Records must not be copied while they are in use. Size and alignment are the same on every
-/// target, so a record may lie in memory that processes share (processes of one process-id namespace).
+/// variable, but no semaphore. Records must not be copied while they are in use. Size and alignment are the
+/// same on every target, so a record may lie in memory that processes share (processes of one process-id
+/// namespace).
 struct _sync
 {
     unsigned int count;
     unsigned int owner;
 };
 
-/// Mutexes and condition variables on `_sync` records, under the kernel's call names.
+/// Mutexes, condition variables and semaphores on `_sync` records, under the kernel's call names.
 ///
-/// All functions return 0 or an error number and leave `errno` alone. Any thread may call them. Deadlines are
-/// absolute nanoseconds of the monotonic clock. Interruptions by signals are never seen. Mutexes pass the
-/// priority of a waiter on to the owner.
+/// All functions except the semaphores' return 0 or an error number and leave `errno` alone. Any thread may
+/// call them. Deadlines are absolute nanoseconds of the monotonic clock. Interruptions by signals are never
+/// seen. Mutexes pass the priority of a waiter on to the owner.
 ///
 /// An owner that ends without unlocking does not block the others: the next one gets the lock, and
 /// takeOwnerDied tells it. In a forked child that is so for every private mutex the parent had locked. A dead
@@ -160,5 +164,39 @@ KO_EXPORT int pthread_cond_broadcast(_sync* condition);
 /// Ends the use of a condition variable and leaves the record all zero. Waits for threads that were woken to
 /// leave it. \return 0; `EBUSY` while threads wait (nothing changes then).
 KO_EXPORT int pthread_cond_destroy(_sync* condition);
+
+/// Unnamed semaphores on `_sync` records, under the platform's names. These return 0, or -1 with `errno`. A
+/// record that is not a semaphore (all zero above all) is refused with `EINVAL`, so a semaphore has to be
+/// created before its use and fails safely after its end. A semaphore has no owner: a unit that a thread or
+/// process took stays taken when that ends. What happened before a post is seen by who takes its unit. No
+/// call takes an armed timeout; the waiting ones drop it. Waits end when the thread is terminated.
+
+/// The highest value of a semaphore.
+constexpr unsigned int SEMAPHORE_VALUE_MAX = 32767U;
+
+/// Creates a semaphore. \param shared 0, or 1 when other processes use the record. \param value from 0 to
+/// SEMAPHORE_VALUE_MAX; `EINVAL` above it.
+KO_EXPORT int sem_init(_sync* semaphore, int shared, unsigned int value);
+
+/// Ends the use of a semaphore and leaves the record all zero. `EBUSY` while threads wait for it (nothing
+/// changes then). A thread of another process that was killed while it waited counts for ever, and so do
+/// those of the parent in a forked child: create such a semaphore anew.
+KO_EXPORT int sem_destroy(_sync* semaphore);
+
+/// Reads the value, which other threads may change at any moment. \param value receives it.
+KO_EXPORT int sem_getvalue(_sync* semaphore, int* value);
+
+/// Adds a unit and wakes a waiter, if there is one; enters the kernel only then. `EOVERFLOW` at the highest
+/// value. Another thread may destroy the semaphore as soon as it has taken the unit.
+KO_EXPORT int sem_post(_sync* semaphore);
+
+/// Takes a unit; `EAGAIN` when there is none.
+KO_EXPORT int sem_trywait(_sync* semaphore);
+
+/// Waits for a unit and takes it. `EINTR` when a signal handler interrupted the wait.
+KO_EXPORT int sem_wait(_sync* semaphore);
+
+/// The same until the deadline. `ETIMEDOUT` once it has passed; a unit that is there is taken even then.
+KO_EXPORT int sem_timedwait_monotonic(_sync* semaphore, unsigned long long deadlineNs);
 
 } // namespace KoPlatform

@@ -1,5 +1,7 @@
 #include "pf/platform/KoPlatformThread.h"
 
+#include "pf/platform/KoThreadRecord.h"
+
 #include <cerrno>
 #include <pthread.h>
 #include <unistd.h>
@@ -16,62 +18,19 @@ namespace
 
 using KoPlatform::sThreadIdentity;
 
-constexpr int MAIN_THREAD = 1;
-constexpr int BITS_PER_WORD = 32;
-constexpr int TABLE_WORDS = 2048;
-constexpr unsigned int RESERVED = 0x3U; // 0 stands for no number, 1 is the main thread's
+constexpr int FIRST_NUMBER_ABOVE_TABLE = 1 << 16;
 
-/// One bit per number that is taken. Relaxed throughout: a number guards no data.
-unsigned int sTaken[TABLE_WORDS] = {RESERVED};
-
-/// \return the lowest free number of a word, or -1.
-int takeFromWord(int index)
-{
-    unsigned int& word = sTaken[index];
-    unsigned int taken = __atomic_load_n(&word, __ATOMIC_RELAXED);
-    while (taken != ~0U)
-    {
-        const int bit = __builtin_ctz(~taken);
-        const unsigned int mask = 1U << bit;
-        taken = __atomic_fetch_or(&word, mask, __ATOMIC_RELAXED);
-        if ((taken & mask) == 0U)
-        {
-            return index * BITS_PER_WORD + bit;
-        }
-    }
-    return -1;
-}
-
-int takeLowestFree()
-{
-    for (int index = 0; index < TABLE_WORDS; ++index)
-    {
-        const int id = takeFromWord(index);
-        if (id != -1)
-        {
-            return id;
-        }
-    }
-    // More threads than numbers: the kernel's id, above all numbers of the table, is unique too.
-    return TABLE_WORDS * BITS_PER_WORD + static_cast<int>(KoPlatform::kernelThreadSelf());
-}
-
-void giveBack(int id)
-{
-    if (id > MAIN_THREAD && id < TABLE_WORDS * BITS_PER_WORD)
-    {
-        __atomic_fetch_and(&sTaken[id / BITS_PER_WORD], ~(1U << (id % BITS_PER_WORD)), __ATOMIC_RELAXED);
-    }
-}
+bool sIsForkedChild = false;
+void (*sForkChildHook)() = nullptr;
 
 /// Runs when a thread with a number ends.
 void endThread(void*)
 {
-    giveBack(sThreadIdentity.threadId);
-    sThreadIdentity.threadId = 0;
+    KoPlatform::endRecordOfCaller();
 }
 
-/// The key whose destructor tells that a thread ends; it goes when the library is unloaded.
+/// The key whose destructor tells that a thread ends. It has no destructor of its own: static objects of the
+/// process may start and join threads while they are destroyed.
 class EndOfThreadKey
 {
 public:
@@ -79,21 +38,15 @@ public:
         : m_valid(pthread_key_create(&m_key, endThread) == 0)
     {
     }
-    ~EndOfThreadKey()
+    EndOfThreadKey(const EndOfThreadKey&) = delete;
+    EndOfThreadKey& operator=(const EndOfThreadKey&) = delete;
+
+    bool watchCaller() const { return m_valid && pthread_setspecific(m_key, this) == 0; }
+    void remove() const
     {
         if (m_valid)
         {
             pthread_key_delete(m_key);
-        }
-    }
-    EndOfThreadKey(const EndOfThreadKey&) = delete;
-    EndOfThreadKey& operator=(const EndOfThreadKey&) = delete;
-
-    void watchCaller() const
-    {
-        if (m_valid)
-        {
-            pthread_setspecific(m_key, this);
         }
     }
 
@@ -108,18 +61,23 @@ const EndOfThreadKey& endOfThreadKey()
     return sKey;
 }
 
-bool sIsForkedChild = false;
+/// Runs when the library is unloaded: at the end of the process behind all that uses it.
+__attribute__((destructor)) void stopWatchingThreads()
+{
+    endOfThreadKey().remove();
+}
 
 /// The child has one thread, with a new kernel id, and it is the main thread.
 void startOverInChild()
 {
     sThreadIdentity = KoPlatform::SThreadIdentity{0U, 0};
     sIsForkedChild = true;
-    for (unsigned int& word : sTaken)
+    KoPlatform::forgetOtherThreads();
+    // Relaxed: set before the fork, by this thread or in an order that its caller sees to.
+    if (void (*const hook)() = __atomic_load_n(&sForkChildHook, __ATOMIC_RELAXED))
     {
-        __atomic_store_n(&word, 0U, __ATOMIC_RELAXED);
+        hook();
     }
-    __atomic_store_n(&sTaken[0], RESERVED, __ATOMIC_RELAXED);
 }
 
 /// Nothing may be cached before the handler is there that drops it in a child. Registering may allocate, and
@@ -162,16 +120,32 @@ int loadThreadId()
     }
     else
     {
-        sThreadIdentity.threadId = takeLowestFree();
-        endOfThreadKey().watchCaller();
+        const int id = takeThreadId();
+        // More threads than numbers: the kernel's id, above all numbers of the table, is unique too.
+        sThreadIdentity.threadId =
+            id != -1 ? id : FIRST_NUMBER_ABOVE_TABLE + static_cast<int>(kernelThreadSelf());
+        watchEndOfCaller();
     }
+    // Now, so that other threads find the thread by its number.
+    callersRecord();
     errno = savedErrno;
     return sThreadIdentity.threadId;
+}
+
+bool watchEndOfCaller() noexcept
+{
+    return endOfThreadKey().watchCaller();
 }
 
 bool isForkedChild()
 {
     return sIsForkedChild;
+}
+
+void setForkChildHook(void (*hook)())
+{
+    registerForkHandler();
+    __atomic_store_n(&sForkChildHook, hook, __ATOMIC_RELAXED);
 }
 
 } // namespace KoPlatform

@@ -3,7 +3,7 @@
 #include "pf/platform/KoFutex.h"
 #include "pf/platform/KoPlatformSync.h"
 
-/// What the mutex and the condition-variable calls share about `_sync` records.
+/// What the mutex, condition-variable and semaphore calls share about `_sync` records.
 namespace KoPlatform
 {
 
@@ -13,6 +13,7 @@ constexpr unsigned int SYNC_RECURSIVE = 0x80000000U;
 constexpr unsigned int SYNC_SHARED = 0x40000000U;
 constexpr unsigned int SYNC_OWNER_DIED = 0x20000000U; ///< taken over from a dead owner, not told yet
 constexpr unsigned int SYNC_ATTRIBUTES = 0x10000000U; ///< an attribute record that is initialised
+constexpr unsigned int SYNC_SEMAPHORE = 0x08000000U;  ///< a semaphore
 constexpr unsigned int SYNC_KIND = SYNC_RECURSIVE | SYNC_SHARED;
 constexpr unsigned int SYNC_COUNT = 0x00FFFFFFU;
 

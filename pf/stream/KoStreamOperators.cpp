@@ -5,7 +5,6 @@
 namespace
 {
 
-constexpr bool IS_LITTLE_ENDIAN = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 constexpr unsigned int MAX_VALUE_SIZE = 8;
 
 static_assert(sizeof(int) == 4 && sizeof(unsigned long long) == MAX_VALUE_SIZE &&
@@ -20,34 +19,29 @@ void copyReversed(void* dst, const void* src, unsigned int size)
 
 } // namespace
 
-void KoPrivate::writeValue(IKoOStream& stream, const void* value, unsigned int size)
+unsigned int KoPrivate::writeValue(IKoOStream& stream, const void* value, unsigned int size)
 {
     if (IS_LITTLE_ENDIAN)
     {
-        stream.doWrite(value, size);
+        return stream.doWrite(value, size);
     }
-    else
-    {
-        unsigned char bytes[MAX_VALUE_SIZE];
-        copyReversed(bytes, value, size);
-        stream.doWrite(bytes, size);
-    }
+    unsigned char bytes[MAX_VALUE_SIZE];
+    copyReversed(bytes, value, size);
+    return stream.doWrite(bytes, size);
 }
 
-void KoPrivate::readValue(const IKoIStream& stream, void* value, unsigned int size)
+unsigned int KoPrivate::readValue(const IKoIStream& stream, void* value, unsigned int size)
 {
     if (IS_LITTLE_ENDIAN)
     {
-        stream.doRead(value, size);
+        return stream.doRead(value, size);
     }
-    else
-    {
-        // Begins as the old value, so that bytes that do not come stay what they were.
-        unsigned char bytes[MAX_VALUE_SIZE];
-        copyReversed(bytes, value, size);
-        stream.doRead(bytes, size);
-        copyReversed(value, bytes, size);
-    }
+    // Begins as the old value, so that bytes that do not come stay what they were.
+    unsigned char bytes[MAX_VALUE_SIZE];
+    copyReversed(bytes, value, size);
+    const unsigned int count = stream.doRead(bytes, size);
+    copyReversed(value, bytes, size);
+    return count;
 }
 
 const IKoIStream& operator>>(const IKoIStream& stream, char& value)

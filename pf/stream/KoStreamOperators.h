@@ -23,9 +23,13 @@ KO_EXPORT const IKoIStream& operator>>(const IKoIStream& stream, unsigned long l
 namespace KoPrivate
 {
 
+/// Whether the bytes of a value in memory are those of the value in a stream.
+constexpr bool IS_LITTLE_ENDIAN = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+
 /// Writes, or reads, the `size` bytes of the value at `value`, least significant first, in one call.
-KO_EXPORT void writeValue(IKoOStream& stream, const void* value, unsigned int size);
-KO_EXPORT void readValue(const IKoIStream& stream, void* value, unsigned int size);
+/// \return the stream's count.
+KO_EXPORT unsigned int writeValue(IKoOStream& stream, const void* value, unsigned int size);
+KO_EXPORT unsigned int readValue(const IKoIStream& stream, void* value, unsigned int size);
 
 template <class T, class... Others>
 constexpr bool IS_ONE_OF = (std::is_same_v<T, Others> || ...);

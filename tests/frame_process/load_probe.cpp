@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "pf/base/CKoString.h"
+#include "pf/containers/CKoCircularByteBuffer.h"
 #include "pf/oswrapper/CKoAsserter.h"
 #include "pf/oswrapper/KoMemory.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
@@ -52,7 +53,7 @@ int countThreads()
 void useStrings()
 {
     CKoString text;
-    const CKoString empty(text);
+    const CKoString empty(CKoCircularByteBuffer::EMPTY_STRING);
     text.append("early").append(empty);
     std::strcpy(sEarly.text, text.c_str());
     sEarly.isEmptyStringUsable = empty.isEmpty() && empty == CKoString() && *empty.begin() == 0;

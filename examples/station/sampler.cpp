@@ -1,0 +1,153 @@
+// sampler [--directory DIRECTORY] [--seconds SECONDS]: reads figures of the system, each at its own period,
+// and sends every sample to the recorder that the directory's file tells of. A recorder that ends is
+// reported, and its successor gets what was not acknowledged. After the given time the recorder is told to
+// finish.
+//
+// Exit status: 0 = everything was acknowledged, 2 = no recorder took the rest.
+
+#include <cstdint>
+#include <cstdio>
+#include <list>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "RecorderLink.h"
+#include "Source.h"
+#include "pf/oswrapper/CLogicalTimer.h"
+#include "pf/oswrapper/CLogicalTimerManager.h"
+#include "pf/oswrapper/KoOperatingSystem.h"
+#include "pf/oswrapper/KoSyslog.h"
+
+namespace
+{
+
+constexpr int MODULE = 1;
+constexpr int POLL_MS = 20;            ///< how soon a new recorder is seen
+constexpr int LAST_RECORDER_MS = 3000; ///< how long a recorder is waited for at the end
+constexpr int FAILED = 2;
+constexpr std::int64_t NS_PER_MS = 1000000;
+
+std::int64_t now()
+{
+    return static_cast<std::int64_t>(KoOperatingSystem::getMonotonicTime(nullptr));
+}
+
+/// Reads one source whenever its timer expires.
+class Probe final : public CLogicalTimer
+{
+public:
+    Probe(CLogicalTimerManager& manager, const Source& source, RecorderLink& link, const CKoDateAndTime& run)
+        : CLogicalTimer(manager)
+        , m_source(source)
+        , m_link(link)
+        , m_run(run)
+    {
+        link.addSource({run, source.name, source.unit, source.periodMs});
+    }
+
+    void begin()
+    {
+        m_expiry = now();
+        start(m_source.periodMs, false);
+    }
+
+private:
+    void onTimeout() override;
+
+    Source m_source;
+    RecorderLink& m_link;
+    CKoDateAndTime m_run;
+    unsigned int m_samples = 0;
+    std::int64_t m_expiry = 0; ///< on the grid that begins with the start of the timer
+};
+
+void Probe::onTimeout()
+{
+    m_expiry += m_source.periodMs * NS_PER_MS;
+    const std::int64_t lateness = now() - m_expiry;
+    const CKoDateAndTime taken = Message::wallClock();
+    const std::optional<std::uint64_t> value = m_source.read();
+    if (!value)
+    {
+        KoSyslog::logMsg(MODULE, KoSyslog::Warning, "nothing to read in %s", m_source.path);
+        return;
+    }
+    m_link.add({taken, m_source.name, *value, m_run, m_samples++, lateness});
+}
+
+/// Ends the run.
+class RunTime final : public CLogicalTimer
+{
+public:
+    using CLogicalTimer::CLogicalTimer;
+
+    bool isOver() const { return m_isOver; }
+
+private:
+    void onTimeout() override { m_isOver = true; }
+
+    bool m_isOver = false;
+};
+
+void sampleFor(unsigned int seconds, RecorderLink& link)
+{
+    CLogicalTimerManager manager(POLL_MS, false);
+    const CKoDateAndTime run = Message::wallClock();
+    std::list<Probe> probes; // timers stay where they are
+    for (const Source& source : stationSources())
+    {
+        probes.emplace_back(manager, source, link, run);
+    }
+    RunTime runTime(manager);
+    runTime.start(seconds * 1000U, true);
+    for (Probe& probe : probes)
+    {
+        probe.begin();
+    }
+    while (!runTime.isOver())
+    {
+        manager.performWork();
+        link.deliver();
+    }
+}
+
+bool finish(RecorderLink& link)
+{
+    const unsigned long long deadline = KoOperatingSystem::calculateKernelTimeout(LAST_RECORDER_MS);
+    while (!link.finish())
+    {
+        if (KoOperatingSystem::getMonotonicTime(nullptr) >= deadline)
+        {
+            return false;
+        }
+        KoOperatingSystem::sleepMs(POLL_MS);
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::string directory = ".";
+    unsigned int seconds = 5;
+    CLI::App app("Samples figures of the system and sends them to a recorder.");
+    app.add_option("--directory", directory, "where the file lies in which the recorder tells its address")
+        ->capture_default_str();
+    app.add_option("--seconds", seconds, "how long to sample")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+
+    RecorderLink link(directory);
+    sampleFor(seconds, link);
+    if (!finish(link))
+    {
+        std::fprintf(stderr, "sampler: no recorder took the rest\n");
+        return FAILED;
+    }
+    std::printf("sampler: %u samples sent, restarts of the recorder: %u\n", link.samples(), link.restarts());
+    return 0;
+}
