@@ -13,7 +13,8 @@ namespace KoTest
 {
 
 /// Interrupts its target again and again while it lives. The handler is installed without SA_RESTART, so that
-/// every interruptible call of the target returns EINTR. One storm at a time.
+/// every interruptible call of the target returns EINTR. It stays installed after the storm: a signal that a
+/// thread has still pending then must not meet the default, which ends the process. One storm at a time.
 class SignalStorm
 {
 public:
@@ -26,7 +27,9 @@ public:
     explicit SignalStorm(Target target = CALLING_THREAD, long intervalUs = 1000)
     {
         sCount = 0;
-        m_former = handleBy([](int) { ++sCount; });
+        struct sigaction action = {};
+        action.sa_handler = [](int) { ++sCount; };
+        EXPECT_EQ(sigaction(SIGNAL, &action, nullptr), 0);
         sigevent event{};
         event.sigev_signo = SIGNAL;
         event.sigev_notify = target == CALLING_THREAD ? SIGEV_THREAD_ID : SIGEV_SIGNAL;
@@ -36,14 +39,7 @@ public:
         const itimerspec period{interval, interval};
         EXPECT_EQ(timer_settime(m_timer, 0, &period, nullptr), 0);
     }
-    ~SignalStorm()
-    {
-        timer_delete(m_timer);
-        // A signal that is still pending must not meet the former handler, whose default is to end the
-        // process.
-        handleBy(SIG_IGN);
-        sigaction(SIGNAL, &m_former, nullptr);
-    }
+    ~SignalStorm() { timer_delete(m_timer); }
     SignalStorm(const SignalStorm&) = delete;
     SignalStorm& operator=(const SignalStorm&) = delete;
 
@@ -51,23 +47,10 @@ public:
     unsigned int count() const { return sCount; }
 
 private:
-    using Action = struct sigaction;
-
-    /// \return what handled the signal before.
-    static Action handleBy(void (*handler)(int))
-    {
-        Action action{};
-        Action former{};
-        action.sa_handler = handler;
-        EXPECT_EQ(sigaction(SIGNAL, &action, &former), 0);
-        return former;
-    }
-
     static constexpr int SIGNAL = SIGUSR2;
     static inline std::atomic<unsigned int> sCount{0};
 
     timer_t m_timer{};
-    Action m_former;
 };
 
 } // namespace KoTest
