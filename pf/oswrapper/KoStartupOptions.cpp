@@ -84,3 +84,15 @@ unsigned int KoStartupOptions::getMemoryTraceLevel()
 {
     return moduleData().memoryTraceLevel;
 }
+
+CKoString KoStartupOptions::getCommandLine()
+{
+    const int count = KoPlatform::argumentCount();
+    char** const arguments = KoPlatform::argumentVector();
+    CKoString line;
+    for (int i = 1; i < count && arguments != nullptr && arguments[i] != nullptr; ++i)
+    {
+        line.append(i > 1 ? " " : "").append(arguments[i]);
+    }
+    return line;
+}

@@ -2,6 +2,7 @@
 
 #include "pf/platform/KoPlatformRetry.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
@@ -128,6 +129,9 @@ const Arguments& arguments()
     return sArguments;
 }
 
+/// Relaxed throughout: it stands for itself, and the texts stay.
+std::atomic<bool> sAreDropped{false};
+
 } // namespace
 
 namespace KoPlatform
@@ -135,12 +139,17 @@ namespace KoPlatform
 
 int argumentCount()
 {
-    return arguments().count;
+    return sAreDropped.load(std::memory_order_relaxed) ? 0 : arguments().count;
 }
 
 char** argumentVector()
 {
     return arguments().vector;
+}
+
+void dropArguments()
+{
+    sAreDropped.store(true, std::memory_order_relaxed);
 }
 
 std::size_t stackAvailable()

@@ -19,6 +19,10 @@ KO_EXPORT int argumentCount();
 /// Never null. Same rules as argumentCount.
 KO_EXPORT char** argumentVector();
 
+/// From now on the process counts as one without arguments, for whoever asks for their number: they turned
+/// out to be damaged. Texts handed out before stay. Any thread may call.
+KO_EXPORT void dropArguments();
+
 /// Bytes of stack that the calling thread has left below the caller's frame; 0 when they cannot be found out.
 KO_EXPORT std::size_t stackAvailable();
 
