@@ -14,8 +14,11 @@
 #include "pf/base/KoExport.h"
 #include "pf/oswrapper/KoAtomic.h"
 
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
+#include <iterator>
+#include <string_view>
 
 class IKoIStream;
 class IKoOStream;
@@ -65,9 +68,18 @@ public:
     /// It stays valid until its string is changed or destroyed. The zero before the text and the zero behind
     /// it look alike, and the rules for stepping off either hold within one call: a position that an earlier
     /// call left before the first character must not be stepped further, neither forward nor backward.
+    ///
+    /// Algorithms of the standard library take it as bidirectional; what they read are values, not
+    /// references.
     class KO_EXPORT const_iterator
     {
     public:
+        using iterator_category = std::bidirectional_iterator_tag;
+        using value_type = unsigned int;
+        using difference_type = int;
+        using pointer = void;
+        using reference = unsigned int;
+
         constexpr const_iterator() noexcept
             : m_position(nullptr)
         {
@@ -168,6 +180,12 @@ public:
     /// is reported and gives the plain empty string.
     explicit CKoString(unsigned int capacity);
 
+    /// Copies a text of the standard library, up to its first zero byte.
+    explicit CKoString(std::string_view text)
+        : CKoString(text.data(), countOf(text))
+    {
+    }
+
     /// Shares the other string's block.
     CKoString(const CKoString& other) noexcept
         : m_data(share(other.m_data))
@@ -215,6 +233,9 @@ public:
     /// The zero-terminated text; valid until the string is changed or destroyed.
     const char* c_str() const { return m_data->text(); }
 
+    /// The bytes of the text; valid until the string is changed or destroyed.
+    operator std::string_view() const noexcept { return {m_data->text(), m_data->byteLength}; }
+
     /// The first character, or the end of an empty string.
     const_iterator begin() const { return const_iterator(m_data->text()); }
 
@@ -247,6 +268,9 @@ public:
     CKoString& append(const char* text, unsigned int maxBytes);
 
     CKoString& append(const CKoString& other);
+
+    /// Appends a text of the standard library, up to its first zero byte.
+    CKoString& append(std::string_view text) { return append(text.data(), countOf(text)); }
 
     CKoString operator+(const CKoString& other) const;
 
@@ -380,6 +404,12 @@ private:
         return data;
     }
 
+    /// Its bytes as they count here: more than any block can have stay more than any block can have.
+    static unsigned int countOf(std::string_view text)
+    {
+        return text.size() < UINT_MAX ? static_cast<unsigned int>(text.size()) : UINT_MAX;
+    }
+
     static bool isValidCapacity(unsigned long long capacity) { return capacity < CAPACITY_LIMIT; }
 
     static void reportCapacity(unsigned int line, const char* operation, unsigned long long capacity);
@@ -429,3 +459,13 @@ KO_EXPORT IKoOStream& operator<<(IKoOStream& stream, const CKoString& string);
 /// and leaves the string as it was. A length that is longer than what the stream yields costs no more memory
 /// than a small multiple of what arrives, and gives the text that arrived.
 KO_EXPORT const IKoIStream& operator>>(const IKoIStream& stream, CKoString& string);
+
+/// Texts are hashed by their bytes, as std::hash does for a std::string_view of the same text.
+template <>
+struct std::hash<CKoString>
+{
+    std::size_t operator()(const CKoString& text) const noexcept
+    {
+        return std::hash<std::string_view>()(text);
+    }
+};

@@ -17,7 +17,8 @@ template <class Table, class Item, class K, class V>
 class TKoHashIterator
 {
 public:
-    using iterator_category = std::input_iterator_tag;
+    using iterator_category = std::input_iterator_tag;  // for it makes what it refers to on the way
+    using iterator_concept = std::forward_iterator_tag; // which later standards allow, C++20 on
     using value_type = TKoHashEntry<K, V>;
     using difference_type = std::ptrdiff_t;
     using pointer = value_type;

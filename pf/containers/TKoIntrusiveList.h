@@ -63,6 +63,12 @@ public:
             : Position(Accessor::toHook(element))
         {
         }
+        /// An iterator that may change the elements is one that reads them.
+        template <class V, class = std::enable_if_t<std::is_same_v<const V, U> && !std::is_same_v<V, U>>>
+        TKoListIterator(const TKoListIterator<V>& other)
+            : Position(other.hook())
+        {
+        }
 
         TKoListIterator& operator++()
         {

@@ -60,6 +60,12 @@ public:
             : Position(Accessor::toHook(element))
         {
         }
+        /// An iterator that may change the elements is one that reads them.
+        template <class V, class = std::enable_if_t<std::is_same_v<const V, U> && !std::is_same_v<V, U>>>
+        TKoSlistIterator(const TKoSlistIterator<V>& other)
+            : Position(other.hook())
+        {
+        }
 
         TKoSlistIterator& operator++()
         {

@@ -97,6 +97,10 @@ public:
 
     /// The names that algorithms of the standard library expect.
     using value_type = T;
+    using reference = T&;
+    using const_reference = const T&;
+    using difference_type = std::ptrdiff_t;
+    using size_type = int;
     using iterator = TKoIterator<T>;
     using const_iterator = TKoIterator<const T>;
 

@@ -19,6 +19,10 @@ class TKoSmallVector : public CKoVectorBase
 public:
     /// The names that algorithms of the standard library expect.
     using value_type = T;
+    using reference = T&;
+    using const_reference = const T&;
+    using difference_type = std::ptrdiff_t;
+    using size_type = int;
     using iterator = T*;
     using const_iterator = const T*;
 
