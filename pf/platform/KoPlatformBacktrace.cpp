@@ -195,7 +195,7 @@ int KoPlatform::bt_init_accessor(SBacktraceAccessor& accessor, BacktraceAccessor
 int KoPlatform::bt_load_memmap(SMemoryMap& map)
 {
     map.entryCount = 0;
-    const int file = KoPlatform::open("/proc/self/maps", O_RDONLY);
+    const int file = KoPlatform::open("/proc/self/maps", O_RDONLY | O_CLOEXEC);
     if (file < 0)
     {
         return -1;

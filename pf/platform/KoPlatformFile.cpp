@@ -1,14 +1,21 @@
 #include "pf/platform/KoPlatformFile.h"
 
+#include "pf/oswrapper/KoErrnoGuard.h"
 #include "pf/platform/KoPlatformRetry.h"
+#include "pf/platform/KoPlatformTimeout.h"
+#include "pf/platform/KoThreadWait.h"
+#include "pf/platform/KoTimedTransfer.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace
 {
+
+using namespace KoPlatform;
 
 constexpr char SHARED_MEMORY_DIRECTORY[] = "/dev/shmem";
 constexpr char HOST_SHARED_MEMORY_DIRECTORY[] = "/dev/shm";
@@ -35,12 +42,12 @@ const char* pathInSharedMemory(const char* path)
 
 int openAt(int directory, const char* path, int flags, mode_t mode)
 {
-    return KoPlatform::repeatInterrupted([=] { return ::openat(directory, path, flags | O_CLOEXEC, mode); });
+    return repeatInterrupted([=] { return ::openat(directory, path, flags, mode); });
 }
 
 int openInHostSharedMemory(const char* name, int flags, mode_t mode)
 {
-    const int directory = openAt(AT_FDCWD, HOST_SHARED_MEMORY_DIRECTORY, O_PATH | O_DIRECTORY, 0);
+    const int directory = openAt(AT_FDCWD, HOST_SHARED_MEMORY_DIRECTORY, O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
     if (directory < 0)
     {
         return -1;
@@ -52,10 +59,30 @@ int openInHostSharedMemory(const char* name, int flags, mode_t mode)
     return file;
 }
 
+/// At the start of a call that can block: ends a thread that is to end. \return the deadline of the call.
+unsigned long long beginTransfer()
+{
+    if (isTerminationRequested())
+    {
+        endCallingThread();
+    }
+    return takeTimeout(TIMEOUT_SEND | TIMEOUT_REPLY, nullptr);
+}
+
+/// How many bytes the command's number says that it transfers; 0 where it does not say.
+std::size_t bytesOf(unsigned int command)
+{
+    return _IOC_DIR(command) == _IOC_NONE ? 0U : _IOC_SIZE(command);
+}
+
 } // namespace
 
-int KoPlatform::open(const char* path, int flags, mode_t mode)
+namespace KoPlatform
 {
+
+int open(const char* path, int flags, mode_t mode)
+{
+    takeTimeout(0U, nullptr);
     const char* sharedName = pathInSharedMemory(path);
     if (sharedName != nullptr && ::access(SHARED_MEMORY_DIRECTORY, F_OK) != 0)
     {
@@ -63,3 +90,41 @@ int KoPlatform::open(const char* path, int flags, mode_t mode)
     }
     return openAt(AT_FDCWD, path, flags, mode);
 }
+
+ssize_t read(int descriptor, void* buffer, std::size_t size)
+{
+    const unsigned long long deadlineNs = beginTransfer();
+    return deadlineNs == NO_DEADLINE ? ::read(descriptor, buffer, size)
+                                     : readUntil(descriptor, buffer, size, deadlineNs);
+}
+
+ssize_t write(int descriptor, const void* buffer, std::size_t size)
+{
+    const unsigned long long deadlineNs = beginTransfer();
+    return deadlineNs == NO_DEADLINE ? ::write(descriptor, buffer, size)
+                                     : writeUntil(descriptor, buffer, size, deadlineNs);
+}
+
+int devctl(int descriptor, int command, void* data, std::size_t size, int* info)
+{
+    beginTransfer();
+    const auto request = static_cast<unsigned int>(command);
+    // The driver trusts the number, not the size.
+    if (size < bytesOf(request) || (data == nullptr && size != 0U))
+    {
+        return EINVAL;
+    }
+    const KoErrnoGuard guard;
+    const int answer = ::ioctl(descriptor, request, data);
+    if (answer == -1)
+    {
+        return errno;
+    }
+    if (info != nullptr)
+    {
+        *info = answer;
+    }
+    return 0;
+}
+
+} // namespace KoPlatform

@@ -215,7 +215,7 @@ void writeFile(SDump& dump, const char* information, const char* header, bool ap
 {
     // The name can be foreseen and the directory may be anybody's: neither follow a link nor wait for a
     // reader of a pipe.
-    const int flags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | (append ? O_APPEND : 0);
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (append ? O_APPEND : 0);
     const int protFile = KoPlatform::open(dump.path, flags, 0666);
     if (protFile < 0)
     {
