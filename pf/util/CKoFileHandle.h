@@ -61,7 +61,7 @@ public:
     /// The position in bytes from the start, or -1.
     long long tell();
 
-    /// Moves the position; it may lie behind the end of the file.
+    /// Moves the position; it may lie behind the end of the file. SEEK_DIRECTION_NONE is `EINVAL`.
     bool seek(long long offset, SeekDirection origin);
 
     /// Cuts the file to `size` bytes, or extends it by zeros; the position stays.
