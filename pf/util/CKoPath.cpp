@@ -167,6 +167,10 @@ CKoString CKoPath::canonify(const CKoString& text)
         return text;
     }
     CKoString canonical;
+    if (bytes == 0U)
+    {
+        return canonical;
+    }
     copyCanonical(makeRoom(canonical, bytes - superfluous), text.c_str(), bytes - superfluous);
     KoPrivate::CKoStringFiller::setLength(canonical, bytes - superfluous,
                                           charactersIn(text, bytes) - superfluous);

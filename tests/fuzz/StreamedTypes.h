@@ -8,6 +8,7 @@
 #include "pf/containers/CKoCircularByteBuffer.h"
 #include "pf/stream/CKoByteStream.h"
 #include "pf/util/CKoDateAndTime.h"
+#include "pf/util/CKoPath.h"
 
 namespace KoTest
 {
@@ -87,6 +88,7 @@ inline std::vector<StreamedType> streamedTypes()
         streamedType("CKoCircularByteBuffer", {2, 0, 0, 0, 7, 8}, ring),
         streamedType("bool", {1}, true),
         streamedType("double", {0, 0, 0, 0, 0, 0, 0xF8, 0x3F}, 1.5),
+        streamedType("CKoPath", {4, 0, 0, 0, 'a', '/', '/', 'b'}, CKoPath("a//b")),
     };
 }
 
