@@ -5,6 +5,7 @@
 #include "pf/platform/KoSyncRecord.h"
 #include "pf/platform/KoThreadWait.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <sched.h>
@@ -24,11 +25,9 @@ using namespace KoPlatform;
 constexpr unsigned long long LEAVE_NS = 1000000000ULL;
 constexpr unsigned long long PAUSE_NS = 1000000ULL;
 
-struct Deadlines
-{
-    unsigned long long wake;
-    unsigned long long relock;
-};
+// A process may be killed after it has changed what others wait for and before it wakes them, or after it was
+// woken and before it has looked. So a wait on a shared condition ends by itself that often, for a look.
+constexpr unsigned long long LOOK_NS = 500000000ULL;
 
 /// Relaxed: a thread that changed what is waited for under the mutex sees, by the mutex, who waits for it.
 unsigned int waiters(const _sync& condition)
@@ -39,38 +38,27 @@ unsigned int waiters(const _sync& condition)
 /// A number that has changed already is a wake-up too, one without a new number is another thread's.
 int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long deadlineNs)
 {
+    const bool shared = isShared(condition);
+    const unsigned long long lookNs = shared ? std::min(deadlineNs, futexClockNow() + LOOK_NS) : deadlineNs;
     int error = 0;
     while (error == 0 && ownerWord(condition) == sequence)
     {
-        error = futexWaitTerminable(&condition.owner, sequence, isShared(condition), deadlineNs);
+        error = futexWaitTerminable(&condition.owner, sequence, shared, lookNs);
     }
-    return error == EAGAIN ? 0 : error;
+    const bool onlyLook = error == ETIMEDOUT && lookNs < deadlineNs;
+    return error == EAGAIN || onlyLook ? 0 : error;
 }
 
-int waitOn(_sync& condition, _sync& mutex, const Deadlines& deadlines)
+/// One error number for both halves of a wait.
+int waitOn(_sync& condition, _sync& mutex, const ConditionDeadlines& deadlines)
 {
-    if (!isOwnedBy(mutex, kernelThreadSelf()))
-    {
-        return EPERM;
-    }
-    __atomic_fetch_add(&condition.count, 1U, __ATOMIC_RELAXED);
-    const unsigned int sequence = ownerWord(condition);
-    const unsigned int lockedAgain = releaseMutex(mutex);
-    const int error = sleepUntilWoken(condition, sequence, deadlines.wake);
-    // Release pairs with the acquire in pthread_cond_destroy: the condition may be gone after this.
-    __atomic_fetch_sub(&condition.count, 1U, __ATOMIC_RELEASE);
+    int relockError = 0;
+    const int error = waitForCondition(condition, mutex, deadlines, relockError);
     if (error == ECANCELED)
     {
         endCallingThread();
     }
-    // A timeout that ran out in the first state does not bound the second.
-    const int relockError = relockMutexUntil(mutex, error == ETIMEDOUT ? NO_DEADLINE : deadlines.relock);
-    if (relockError != 0)
-    {
-        return relockError;
-    }
-    restoreMutex(mutex, lockedAgain);
-    return error;
+    return relockError != 0 ? relockError : error;
 }
 
 int wake(_sync& condition, int count)
@@ -82,6 +70,33 @@ int wake(_sync& condition, int count)
 
 namespace KoPlatform
 {
+
+int waitForCondition(_sync& condition, _sync& mutex, const ConditionDeadlines& deadlines, int& relockError)
+{
+    relockError = 0;
+    if (!isOwnedBy(mutex, kernelThreadSelf()))
+    {
+        relockError = EPERM;
+        return EPERM;
+    }
+    __atomic_fetch_add(&condition.count, 1U, __ATOMIC_RELAXED);
+    const unsigned int sequence = ownerWord(condition);
+    const unsigned int lockedAgain = releaseMutex(mutex);
+    const int error = sleepUntilWoken(condition, sequence, deadlines.wakeNs);
+    // Release pairs with the acquire in pthread_cond_destroy: the condition may be gone after this.
+    __atomic_fetch_sub(&condition.count, 1U, __ATOMIC_RELEASE);
+    if (error == ECANCELED)
+    {
+        relockError = error;
+        return error;
+    }
+    relockError = relockMutexUntil(mutex, error == ETIMEDOUT ? deadlines.relockLateNs : deadlines.relockNs);
+    if (relockError == 0)
+    {
+        restoreMutex(mutex, lockedAgain);
+    }
+    return error;
+}
 
 int pthread_condattr_init(SyncAttributes* attributes)
 {
@@ -123,15 +138,16 @@ int pthread_cond_wait(_sync* condition, _sync* mutex)
 {
     unsigned int states = 0U;
     const unsigned long long armed = takeTimeout(TIMEOUT_CONDVAR | TIMEOUT_MUTEX, &states);
-    const Deadlines deadlines = {(states & TIMEOUT_CONDVAR) != 0U ? armed : NO_DEADLINE,
-                                 (states & TIMEOUT_MUTEX) != 0U ? armed : NO_DEADLINE};
+    // A timeout that ran out in the first state does not bound the second.
+    const ConditionDeadlines deadlines = {(states & TIMEOUT_CONDVAR) != 0U ? armed : NO_DEADLINE,
+                                          (states & TIMEOUT_MUTEX) != 0U ? armed : NO_DEADLINE, NO_DEADLINE};
     return waitOn(*condition, *mutex, deadlines);
 }
 
 int pthread_cond_timedwait(_sync* condition, _sync* mutex, unsigned long long deadlineNs)
 {
     takeTimeout(0U, nullptr);
-    return waitOn(*condition, *mutex, Deadlines{deadlineNs, NO_DEADLINE});
+    return waitOn(*condition, *mutex, ConditionDeadlines{deadlineNs, NO_DEADLINE, NO_DEADLINE});
 }
 
 int pthread_cond_signal(_sync* condition)

@@ -147,7 +147,9 @@ KO_EXPORT int pthread_cond_init(_sync* condition, const SyncAttributes* attribut
 /// Takes an armed timeout for the condition-variable state; if that timeout names the mutex state too, it
 /// also bounds taking the mutex again. \return 0 after a wake-up, which may be nobody's; `EPERM` at once when
 /// the mutex is not the caller's; `ETIMEDOUT` when an armed timeout ran out. The mutex is the caller's
-/// afterwards, unless the timeout ran out while the mutex was awaited.
+/// afterwards, unless the timeout ran out while the mutex was awaited. A wait on a shared condition ends
+/// twice a second as if woken, in case a process was killed between a change and its signal, or between being
+/// woken and looking.
 KO_EXPORT int pthread_cond_wait(_sync* condition, _sync* mutex);
 
 /// The same until the deadline: `ETIMEDOUT` once it has passed, with the mutex taken again. An armed timeout

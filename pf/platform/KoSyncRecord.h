@@ -53,4 +53,17 @@ unsigned int releaseMutex(_sync& mutex);
 /// Makes a mutex that was just taken count as locked again so many times.
 void restoreMutex(_sync& mutex, unsigned int lockedAgain);
 
+/// Until when a thread waits for a wake-up, and then for the mutex.
+struct ConditionDeadlines
+{
+    unsigned long long wakeNs;
+    unsigned long long relockNs;     ///< after a wake-up
+    unsigned long long relockLateNs; ///< when none came in time
+};
+
+/// As pthread_cond_wait, for callers that have books of their own to put in order. \param relockError
+/// receives 0 when the mutex is the caller's afterwards, else why it is not. \return the wait's outcome;
+/// `ECANCELED`, without the mutex, when the thread is to end, which is left to the caller.
+int waitForCondition(_sync& condition, _sync& mutex, const ConditionDeadlines& deadlines, int& relockError);
+
 } // namespace KoPlatform

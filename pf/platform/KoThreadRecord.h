@@ -53,6 +53,7 @@ struct ThreadRecord : ThreadFacts
     unsigned int generation;   ///< advances when the record becomes free
     unsigned int ended;        ///< 1 when the thread has; joining threads sleep on it
     unsigned int endRequested; ///< 1 when the thread is to end
+    const void* visited;       ///< what the thread announced to be inside of; see KoThreadVisit.h
     std::uintptr_t wait;       ///< the innermost announced ThreadWait, and whether it is being woken
 };
 
@@ -82,6 +83,9 @@ ThreadRecord* findThreadRecord(int id) noexcept;
 
 /// The calling thread's record; null when the table has no room for it.
 ThreadRecord* callersRecord() noexcept;
+
+/// Whether another thread has announced to be inside of the object.
+bool isVisited(const void* object) noexcept;
 
 /// Forgets all threads but the calling one, which is the main thread now: in a forked child.
 void forgetOtherThreads() noexcept;

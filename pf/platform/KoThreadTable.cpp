@@ -204,10 +204,29 @@ ThreadRecord* callersRecord() noexcept
     return sThreadRecord;
 }
 
+bool isVisited(const void* object) noexcept
+{
+    // Both acquires pair with releases: of who adds a chunk, and of a visitor that leaves.
+    for (ThreadRecord* const& entry : sChunks)
+    {
+        const ThreadRecord* const chunk = __atomic_load_n(&entry, __ATOMIC_ACQUIRE);
+        for (int i = 0; chunk != nullptr && i < RECORDS_PER_CHUNK; ++i)
+        {
+            if (__atomic_load_n(&chunk[i].visited, __ATOMIC_ACQUIRE) == object && &chunk[i] != sThreadRecord)
+            {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 void endRecordOfCaller() noexcept
 {
     if (sThreadRecord != nullptr)
     {
+        // A thread that is ended leaves without unwinding.
+        __atomic_store_n(&sThreadRecord->visited, nullptr, __ATOMIC_RELEASE);
         markEnded(*sThreadRecord);
     }
     else
