@@ -71,15 +71,16 @@ std::vector<std::string> linesOf(const std::string& output)
     return lines;
 }
 
-TEST_F(LogViewer, printsSeverityModuleCodeAndTextOfEachLine)
+TEST_F(LogViewer, printsSeveritySenderModuleCodeAndTextOfEachLine)
 {
     const KoTest::ChildResult result =
         view({}, {"<9>app[12]: (10000) pid 12: ASSERTION \"x\" failed in CKoString 7",
                   "<15>a b[1]: (3145733) pid 1: \xCE\xB1 %s"});
 
-    EXPECT_THAT(linesOf(result.standardOutput),
-                ElementsAre("Critical  module 0  code 10000  pid 12: ASSERTION \"x\" failed in CKoString 7",
-                            "Debug2    module 3  code 5  pid 1: \xCE\xB1 %s"));
+    EXPECT_THAT(
+        linesOf(result.standardOutput),
+        ElementsAre("Critical  app[12]  module 0  code 10000  pid 12: ASSERTION \"x\" failed in CKoString 7",
+                    "Debug2    a b[1]  module 3  code 5  pid 1: \xCE\xB1 %s"));
     EXPECT_EQ(result.exitStatus, 0) << result.describe();
     EXPECT_FALSE(socketExists());
 }
@@ -91,9 +92,39 @@ TEST_F(LogViewer, hidesLinesLessSevereThanAsked)
     for (const char* const severity : {"Error", "error", "2"})
     {
         const KoTest::ChildResult result = view({"--severity", severity}, datagrams, SIGINT);
-        EXPECT_THAT(linesOf(result.standardOutput), ElementsAre("Shutdown  module 0  code 10000  shutdown",
-                                                                "Error     module 0  code 10000  error"));
+        EXPECT_THAT(linesOf(result.standardOutput),
+                    ElementsAre("Shutdown  a[1]  module 0  code 10000  shutdown",
+                                "Error     a[1]  module 0  code 10000  error"));
         EXPECT_EQ(result.exitStatus, 0);
+    }
+}
+
+TEST_F(LogViewer, showsLinesThatSatisfyEveryFilter)
+{
+    // The texts name the lines; opcodes are module * 1048576 + code.
+    const std::vector<std::string> datagrams = {"<12>pump[7]: (2097153) A",     "<12>pump[8]: (2097154) B b",
+                                                "<12>valve[7]: (3145729) C",    "<10>77[9]: (1) D",
+                                                "<12>x[y]: (7[6]: (1048577) E", "foreign F"};
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{}, "ABCDEF"},
+        {{"--module", "2", "--module", "3"}, "ABC"},
+        {{"--code", "1"}, "ACD"},
+        {{"--process", "pump", "--process", "9"}, "ABD"},
+        {{"--process", "7"}, "AC"},
+        {{"--process", "x[y]: (7"}, ""},
+        {{"--text", "b", "--text", "F"}, "BF"},
+        {{"--not-text", "B", "--not-text", "F"}, "ACDE"},
+        {{"--module", "2", "--process", "7", "--code", "1", "--text", "A", "--not-text", "b"}, "A"},
+        {{"--severity", "Error", "--code", "1"}, "D"}};
+    for (const auto& [options, expected] : cases)
+    {
+        const KoTest::ChildResult result = view(options, datagrams);
+        std::string shown;
+        for (const std::string& line : linesOf(result.standardOutput))
+        {
+            shown += line.substr(line.find_first_of("ABCDEF", line.rfind("  "))).substr(0, 1);
+        }
+        EXPECT_EQ(shown, expected) << result.describe();
     }
 }
 
@@ -116,7 +147,7 @@ TEST_F(LogViewer, showsForeignBytesEscapedAndGoesOnUntilItsCountIsReached)
         const std::vector<std::string> shown = linesOf(result.standardOutput);
         ASSERT_EQ(shown.size(), 2U) << result.describe();
         EXPECT_EQ(shown[0], "foreign   " + (datagram == control ? "\\x1B[2J\\x80\\xC2\\x9B" : datagram));
-        EXPECT_EQ(shown[1], "Critical  module 4095  code 1048575  \\x01\\x0A\\xFF");
+        EXPECT_EQ(shown[1], "Critical  a[1]  module 4095  code 1048575  \\x01\\x0A\\xFF");
     }
 }
 
@@ -143,8 +174,11 @@ TEST_F(LogViewer, replacesAnAbandonedSocketButNeitherAFileNorALivingLogger)
 
 TEST_F(LogViewer, refusesWrongOptions)
 {
-    const std::vector<std::vector<std::string>> wrong = {
-        {"--severity", "8"}, {"--count", "-1"}, {"--socket", std::string(200, 'x')}, {"x"}};
+    const std::vector<std::vector<std::string>> wrong = {{"--severity", "8"},
+                                                         {"--count", "-1"},
+                                                         {"--socket", std::string(200, 'x')},
+                                                         {"--module", "x"},
+                                                         {"x"}};
     for (const std::vector<std::string>& arguments : wrong)
     {
         const KoTest::ChildResult result =

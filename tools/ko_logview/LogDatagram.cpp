@@ -1,8 +1,10 @@
 #include "tools/ko_logview/LogDatagram.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include <strings.h>
 
@@ -42,6 +44,35 @@ bool skipPast(std::string_view& rest, std::string_view separator)
     }
     rest.remove_prefix(at + separator.size());
     return true;
+}
+
+bool isNumber(std::string_view text)
+{
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// Consumes `program[pid]: (`; the name may contain anything that does not look like the rest.
+bool takeSender(std::string_view& rest, LogDatagram& datagram)
+{
+    const std::size_t end = rest.find("]: (");
+    const std::size_t bracket = rest.rfind('[', end);
+    if (end == std::string_view::npos || bracket == std::string_view::npos)
+    {
+        return false;
+    }
+    const std::string_view process = rest.substr(bracket + 1, end - bracket - 1);
+    datagram.program = printable(rest.substr(0, bracket));
+    datagram.process = process;
+    rest.remove_prefix(end + std::strlen("]: ("));
+    return isNumber(process);
+}
+
+/// Whether any entry satisfies the condition, or there is none.
+template <class T, class Condition>
+bool acceptsAny(const std::vector<T>& entries, Condition condition)
+{
+    return entries.empty() || std::any_of(entries.begin(), entries.end(), condition);
 }
 
 bool isContinuation(char byte)
@@ -106,7 +137,8 @@ std::optional<LogDatagram> parseDatagram(std::string_view bytes)
         return std::nullopt;
     }
     const std::optional<std::int64_t> priority = takeNumber(rest, '>');
-    if (bytes.front() != '<' || !priority || *priority < 0 || !skipPast(rest, "]: ("))
+    LogDatagram datagram;
+    if (bytes.front() != '<' || !priority || *priority < 0 || !takeSender(rest, datagram))
     {
         return std::nullopt;
     }
@@ -117,8 +149,32 @@ std::optional<LogDatagram> parseDatagram(std::string_view bytes)
     }
     rest.remove_prefix(1);
     const auto word = static_cast<std::uint32_t>(*opcode);
-    return LogDatagram{static_cast<int>(*priority & 7), word >> MODULE_SHIFT, word & CODE_MASK,
-                       printable(rest)};
+    datagram.severity = static_cast<int>(*priority & 7);
+    datagram.module = word >> MODULE_SHIFT;
+    datagram.code = word & CODE_MASK;
+    datagram.text = printable(rest);
+    return datagram;
+}
+
+bool LogFilter::accepts(const LogDatagram& datagram) const
+{
+    return datagram.severity <= leastSevere &&
+           acceptsAny(modules, [&](unsigned int module) { return module == datagram.module; }) &&
+           acceptsAny(codes, [&](unsigned int code) { return code == datagram.code; }) &&
+           acceptsAny(processes, [&](const std::string& process)
+                      { return process == datagram.program || process == datagram.process; }) &&
+           acceptsText(datagram.text);
+}
+
+bool LogFilter::acceptsForeign(const std::string& text) const
+{
+    return modules.empty() && codes.empty() && processes.empty() && acceptsText(text);
+}
+
+bool LogFilter::acceptsText(const std::string& text) const
+{
+    const auto isPart = [&](const std::string& part) { return text.find(part) != std::string::npos; };
+    return acceptsAny(texts, isPart) && std::none_of(notTexts.begin(), notTexts.end(), isPart);
 }
 
 std::string printable(std::string_view bytes)

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -26,13 +27,21 @@ struct Options
 {
     std::string socketPath = "/dev/log";
     std::string severityText = "Debug2";
-    int leastSevere = 7;
+    KoLogView::LogFilter filter;
     unsigned long count = 0; ///< 0 = no limit
 };
 
 std::string checkSeverity(const std::string& text)
 {
     return KoLogView::severityFromText(text) ? std::string() : "no severity: " + text;
+}
+
+/// An option that takes one value and may be repeated.
+template <class T>
+void declareList(CLI::App& app, const std::string& name, std::vector<T>& values,
+                 const std::string& description)
+{
+    app.add_option(name, values, description + " (may be repeated)")->allow_extra_args(false);
 }
 
 void declareOptions(CLI::App& app, Options& options)
@@ -45,8 +54,15 @@ void declareOptions(CLI::App& app, Options& options)
                    "Debug2, or 0 to 7")
         ->check(CLI::Validator(checkSeverity, "SEVERITY"))
         ->capture_default_str();
+    declareList(app, "--module", options.filter.modules, "show only lines of this module number");
+    declareList(app, "--code", options.filter.codes, "show only lines with this code");
+    declareList(app, "--process", options.filter.processes,
+                "show only lines of this program (by name) or process (by number)");
+    declareList(app, "--text", options.filter.texts, "show only lines that contain this text");
+    declareList(app, "--not-text", options.filter.notTexts, "hide lines that contain this text");
     app.add_option("--count", options.count, "end after so many lines were shown (0 = never)")
         ->capture_default_str();
+    app.set_version_flag("--version", "ko_logview " KO_TOOL_VERSION);
 }
 
 /// The local time of day of a line's arrival, to the millisecond.
@@ -63,23 +79,24 @@ std::string arrivalTime()
 }
 
 /// Prints a datagram unless it is filtered out; bytes of another form are shown as they are, escaped.
-bool show(const std::string& bytes, const Options& options)
+bool show(const std::string& bytes, const KoLogView::LogFilter& filter)
 {
     const std::optional<KoLogView::LogDatagram> datagram = KoLogView::parseDatagram(bytes);
-    if (datagram && datagram->severity > options.leastSevere)
+    const std::string foreign = datagram ? std::string() : KoLogView::printable(bytes);
+    if (datagram ? !filter.accepts(*datagram) : !filter.acceptsForeign(foreign))
     {
         return false;
     }
     const std::string time = arrivalTime();
     if (datagram)
     {
-        std::printf("%s  %-8s  module %u  code %u  %s\n", time.c_str(),
-                    KoLogView::severityName(datagram->severity), datagram->module, datagram->code,
-                    datagram->text.c_str());
+        std::printf("%s  %-8s  %s[%s]  module %u  code %u  %s\n", time.c_str(),
+                    KoLogView::severityName(datagram->severity), datagram->program.c_str(),
+                    datagram->process.c_str(), datagram->module, datagram->code, datagram->text.c_str());
     }
     else
     {
-        std::printf("%s  foreign   %s\n", time.c_str(), KoLogView::printable(bytes).c_str());
+        std::printf("%s  foreign   %s\n", time.c_str(), foreign.c_str());
     }
     return true;
 }
@@ -121,7 +138,7 @@ bool showLines(KoLogView::LogSocket& socket, const Options& options, const sigse
             sEndRequested != 0 ? socket.take(datagram) : socket.wait(datagram, waitMask);
         if (received == KoLogView::LogSocket::DATAGRAM)
         {
-            shown += show(datagram, options) ? 1U : 0U;
+            shown += show(datagram, options.filter) ? 1U : 0U;
             if (std::fflush(stdout) != 0)
             {
                 return false;
@@ -141,10 +158,10 @@ int main(int argc, char** argv)
 {
     Options options;
     CLI::App app("Shows the log lines of processes that log to a socket, one per line with its arrival time, "
-                 "severity, module, code and text.");
+                 "severity, program and process, module, code and text.");
     declareOptions(app, options);
     CLI11_PARSE(app, argc, argv);
-    options.leastSevere = *KoLogView::severityFromText(options.severityText);
+    options.filter.leastSevere = *KoLogView::severityFromText(options.severityText);
 
     const sigset_t waitMask = blockTermination();
     KoLogView::LogSocket socket;

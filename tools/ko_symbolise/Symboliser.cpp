@@ -1,0 +1,249 @@
+#include "tools/ko_symbolise/Symboliser.h"
+
+#include <cstdlib>
+#include <optional>
+
+#include <cxxabi.h>
+#include <dwarf.h>
+#include <elfutils/libdw.h>
+
+namespace KoSymbolise
+{
+
+namespace
+{
+
+/// Beside the object, below it, where a system installs debug files; as the library of the debug formats
+/// writes it.
+constexpr const char* DEBUG_PATH = ":.debug:/usr/lib/debug";
+
+std::string textOf(const char* text)
+{
+    return text == nullptr ? std::string() : std::string(text);
+}
+
+/// A readable name; other names than those of C++ stay as they are.
+std::string demangled(const char* name)
+{
+    int status = 0;
+    char* const readable = name == nullptr ? nullptr : abi::__cxa_demangle(name, nullptr, nullptr, &status);
+    const std::string result = textOf(readable == nullptr ? name : readable);
+    std::free(readable);
+    return result;
+}
+
+/// An array of entries that a query of the debug information made.
+class Entries
+{
+public:
+    Entries() = default;
+    ~Entries() { std::free(m_entries); }
+    Entries(const Entries&) = delete;
+    Entries& operator=(const Entries&) = delete;
+
+    /// The entry and those around it, up to the compilation unit.
+    void findAround(Dwarf_Die& entry) { m_count = dwarf_getscopes_die(&entry, &m_entries); }
+    /// The innermost scope at an address of a unit and those that it took effect in.
+    void findAround(Dwarf_Die& unit, Dwarf_Addr address)
+    {
+        Dwarf_Die* innermost = nullptr;
+        if (dwarf_getscopes(&unit, address, &innermost) > 0)
+        {
+            findAround(innermost[0]);
+        }
+        std::free(innermost);
+    }
+
+    Dwarf_Die* begin() const { return m_entries; }
+    Dwarf_Die* end() const { return m_count > 0 ? m_entries + m_count : m_entries; }
+
+private:
+    Dwarf_Die* m_entries = nullptr;
+    int m_count = 0;
+};
+
+/// The entry that an entry completes or copies, in the end.
+Dwarf_Die original(Dwarf_Die entry)
+{
+    for (const unsigned int link : {DW_AT_abstract_origin, DW_AT_specification})
+    {
+        Dwarf_Attribute attribute;
+        Dwarf_Die target;
+        if (dwarf_attr(&entry, link, &attribute) != nullptr &&
+            dwarf_formref_die(&attribute, &target) != nullptr)
+        {
+            entry = target;
+        }
+    }
+    return entry;
+}
+
+/// The name with those of the classes and namespaces around it, for a function that no other file can name.
+std::string qualifiedName(Dwarf_Die& function)
+{
+    std::string name = textOf(dwarf_diename(&function));
+    Dwarf_Die inner = original(function);
+    Entries around;
+    around.findAround(inner);
+    for (Dwarf_Die& scope : around)
+    {
+        const int tag = dwarf_tag(&scope);
+        if (tag == DW_TAG_namespace || tag == DW_TAG_class_type || tag == DW_TAG_structure_type)
+        {
+            const char* const scopeName = dwarf_diename(&scope);
+            name.insert(0, (scopeName == nullptr ? "(anonymous namespace)" : std::string(scopeName)) + "::");
+        }
+    }
+    return name;
+}
+
+/// The name of a function or of an inlined copy of one.
+std::string functionName(Dwarf_Die& function)
+{
+    for (const unsigned int name : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name})
+    {
+        Dwarf_Attribute attribute;
+        if (dwarf_attr_integrate(&function, name, &attribute) != nullptr)
+        {
+            return demangled(dwarf_formstring(&attribute));
+        }
+    }
+    return qualifiedName(function);
+}
+
+std::optional<Dwarf_Word> number(Dwarf_Die& die, unsigned int name)
+{
+    Dwarf_Attribute attribute;
+    Dwarf_Word value = 0;
+    const bool isThere =
+        dwarf_attr(&die, name, &attribute) != nullptr && dwarf_formudata(&attribute, &value) == 0;
+    return isThere ? std::optional<Dwarf_Word>(value) : std::nullopt;
+}
+
+/// Where an inlined copy was called from.
+Frame callOf(Dwarf_Die& unit, Dwarf_Die& inlined)
+{
+    Frame caller;
+    Dwarf_Files* files = nullptr;
+    const std::optional<Dwarf_Word> file = number(inlined, DW_AT_call_file);
+    if (file && dwarf_getsrcfiles(&unit, &files, nullptr) == 0)
+    {
+        caller.file = textOf(dwarf_filesrc(files, *file, nullptr, nullptr));
+    }
+    caller.line = static_cast<int>(number(inlined, DW_AT_call_line).value_or(0));
+    return caller;
+}
+
+Frame lineOf(Dwfl_Module* module, Dwarf_Addr address)
+{
+    Frame frame;
+    Dwfl_Line* const line = dwfl_module_getsrc(module, address);
+    if (line != nullptr)
+    {
+        frame.file = textOf(dwfl_lineinfo(line, nullptr, &frame.line, nullptr, nullptr, nullptr));
+    }
+    return frame;
+}
+
+/// The functions around an address as the debug information tells; empty without any.
+std::vector<Frame> framesFromDebugInformation(Dwfl_Module* module, Dwarf_Addr address)
+{
+    std::vector<Frame> frames;
+    Dwarf_Addr bias = 0;
+    Dwarf_Die* const unit = dwfl_module_addrdie(module, address, &bias);
+    if (unit == nullptr)
+    {
+        return frames;
+    }
+    Frame frame = lineOf(module, address);
+    Entries scopes;
+    scopes.findAround(*unit, address - bias);
+    for (Dwarf_Die& scope : scopes)
+    {
+        const int tag = dwarf_tag(&scope);
+        if (tag != DW_TAG_subprogram && tag != DW_TAG_inlined_subroutine)
+        {
+            continue;
+        }
+        frame.function = functionName(scope);
+        frames.push_back(frame);
+        if (tag == DW_TAG_subprogram)
+        {
+            break;
+        }
+        frame = callOf(*unit, scope);
+    }
+    return frames;
+}
+
+} // namespace
+
+Symboliser::Symboliser(const std::vector<MapEntry>& map, const ObjectFiles& files,
+                       const std::vector<std::string>& debugDirectories)
+    : m_map(map)
+    , m_debugPath(DEBUG_PATH)
+    , m_debugPathText(nullptr)
+    , m_dwfl(nullptr)
+{
+    for (const std::string& directory : debugDirectories)
+    {
+        m_debugPath += ":" + directory;
+    }
+    m_debugPathText = m_debugPath.data();
+    m_callbacks.find_elf = dwfl_build_id_find_elf;
+    m_callbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+    m_callbacks.debuginfo_path = &m_debugPathText;
+    m_dwfl = dwfl_begin(&m_callbacks);
+    dwfl_report_begin(m_dwfl);
+    for (const MapEntry& entry : m_map)
+    {
+        load(entry, files);
+    }
+    dwfl_report_end(m_dwfl, nullptr, nullptr);
+}
+
+Symboliser::~Symboliser()
+{
+    dwfl_end(m_dwfl);
+}
+
+void Symboliser::load(const MapEntry& entry, const ObjectFiles& files)
+{
+    const std::optional<std::string> file = files.find(entry.path);
+    const bool isLoaded =
+        file && dwfl_report_elf(m_dwfl, entry.path.c_str(), file->c_str(), -1, entry.begin, false) != nullptr;
+    isLoaded ? m_found.push_back(*file) : m_missing.push_back(entry.path);
+}
+
+Place Symboliser::find(std::uint64_t returnAddress) const
+{
+    Place place;
+    for (const MapEntry& entry : m_map)
+    {
+        if (returnAddress >= entry.begin && returnAddress < entry.end)
+        {
+            place.object = entry.path;
+            place.offset = returnAddress - entry.begin;
+        }
+    }
+    // The call is the instruction before the one that is returned to, which may belong to another line or,
+    // after a call that never returns, to another function.
+    const Dwarf_Addr call = returnAddress - 1;
+    Dwfl_Module* const module = dwfl_addrmodule(m_dwfl, call);
+    if (module == nullptr)
+    {
+        return place;
+    }
+    place.frames = framesFromDebugInformation(module, call);
+    if (place.frames.empty())
+    {
+        place.frames.push_back(lineOf(module, call));
+    }
+    if (place.frames.back().function.empty())
+    {
+        place.frames.back().function = demangled(dwfl_module_addrname(module, call));
+    }
+    return place;
+}
+
+} // namespace KoSymbolise
