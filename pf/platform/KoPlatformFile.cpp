@@ -7,6 +7,7 @@
 #include "pf/platform/KoTimedTransfer.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -110,7 +111,7 @@ int devctl(int descriptor, int command, void* data, std::size_t size, int* info)
     beginTransfer();
     const auto request = static_cast<unsigned int>(command);
     // The driver trusts the number, not the size.
-    if (size < bytesOf(request) || (data == nullptr && size != 0U))
+    if (size < bytesOf(request) || size > SSIZE_MAX || (data == nullptr && size != 0U))
     {
         return EINVAL;
     }

@@ -27,7 +27,7 @@ using namespace KoPlatform;
 constexpr unsigned long long NS_PER_SECOND = 1000000000ULL;
 
 /// Nothing but time breaks a wait for a descriptor, so it looks that often whether the thread is to end.
-constexpr unsigned long long SLICE_NS = 20000000ULL;
+constexpr unsigned long long SLICE_NS = 100000000ULL;
 
 /// What a terminal that is ready is sure to take: more may block.
 constexpr std::size_t TERMINAL_PIECE = 1;
@@ -243,6 +243,10 @@ int move(End& end, char* data, std::size_t size, Direction direction, unsigned l
 ssize_t transferUntil(int descriptor, Direction direction, char* data, std::size_t size,
                       unsigned long long deadlineNs)
 {
+    if (size > SSIZE_MAX)
+    {
+        return failWith(EINVAL); // the socket calls would cut it to what they can count
+    }
     struct stat status = {};
     if (::fstat(descriptor, &status) == -1)
     {
