@@ -27,9 +27,10 @@ public:
     CLineReader(const CLineReader&) = delete;
     CLineReader& operator=(const CLineReader&) = delete;
 
-    /// \return the next line with its end, or piece of one, closed with a zero; the caller may change it
-    /// until the next call. Null at the end of the file, or where it cannot be read on.
-    char* next();
+    /// \return the next line, or piece of one; the caller may change it until the next call, and the byte
+    /// behind it. Null at the end of the file, or where it cannot be read on. \param length of its text: up
+    /// to its end, or to a zero byte in it.
+    char* next(std::size_t& length);
 
     /// Of the line that was read last, counted from 1.
     unsigned int lineNumber() const { return m_lineNumber; }
@@ -48,26 +49,30 @@ private:
     unsigned int m_lineNumber = 0U;
     bool m_isLineBegin = true;
     bool m_isAtEnd = false;
-    char m_underZero = '\0'; ///< what stood where the piece before was closed
+    bool m_hasZeros = false;
+    char m_behindPiece = '\0'; ///< what stands there, whatever the caller put there
     char* m_begin = m_bytes;
     char* m_end = m_bytes;
-    char m_bytes[CAPACITY + 1U] = {}; ///< one more, to close a piece that reaches the end
+    char m_bytes[CAPACITY + 1U] = {}; ///< one more, behind a piece that reaches the end
 };
 
-char* CLineReader::next()
+char* CLineReader::next(std::size_t& length)
 {
-    *m_begin = m_underZero;
-    const std::size_t length = findPiece();
+    *m_begin = m_behindPiece;
+    length = findPiece();
     if (length == 0U)
     {
         return nullptr;
     }
     char* const piece = m_begin;
     m_begin += length;
+    m_behindPiece = *m_begin;
     m_lineNumber += m_isLineBegin ? 1U : 0U;
     m_isLineBegin = m_begin[-1] == '\n';
-    m_underZero = *m_begin;
-    *m_begin = '\0';
+    if (m_hasZeros)
+    {
+        length = ::strnlen(piece, length);
+    }
     return piece;
 }
 
@@ -104,27 +109,29 @@ bool CLineReader::readOn()
         KoPlatform::repeatInterrupted([&] { return ::read(m_descriptor, m_end, CAPACITY - kept); });
     m_isAtEnd = got <= 0;
     m_end = got < 0 ? m_begin : m_end + got;
+    m_hasZeros = std::memchr(m_begin, '\0', available()) != nullptr;
     return !m_isAtEnd;
 }
 
-/// Whether the "#" that follows `text` up to `end` is an ordinary character.
-bool isEscaped(const char* text, const char* end)
+/// \return the first "#" from `text` on; `end` if there is none.
+char* findMark(char* text, char* end)
 {
-    return end != text && end[-1] == '\\';
+    auto* const mark = static_cast<char*>(std::memchr(text, '#', static_cast<std::size_t>(end - text)));
+    return mark != nullptr ? mark : end;
 }
 
-/// Takes the comment away, and the backslashes in front of ordinary "#". \return the new end of the text,
-/// which is not closed there.
-char* cutComment(char* text)
+/// Takes the comment away, and the backslashes in front of ordinary "#". \return the new end of the text.
+char* cutComment(char* text, char* end)
 {
-    char* from = text + std::strcspn(text, "#");
+    char* from = findMark(text, end);
     char* to = from;
-    while (*from == '#' && isEscaped(text, to))
+    while (from != end && to != text && to[-1] == '\\')
     {
         to[-1] = *from++;
-        const std::size_t length = std::strcspn(from, "#");
+        char* const next = findMark(from, end);
+        const auto length = static_cast<std::size_t>(next - from);
         std::memmove(to, from, length);
-        from += length;
+        from = next;
         to += length;
     }
     return to;
@@ -168,17 +175,19 @@ bool CKoConfigFileParser::parse(const CKoString& fileName, unsigned int& lineNum
     bool isGoingOn = true;
     while (isGoingOn)
     {
-        char* const line = reader.next();
+        std::size_t length = 0U;
+        char* const line = reader.next(length);
         lineNumber = reader.lineNumber();
-        isGoingOn = line != nullptr && processLine(line, current);
+        isGoingOn = line != nullptr && processLine(line, line + length, current);
     }
     return true;
 }
 
-/// \param current the section that the line is in; becomes the one that it begins. \return whether to go on.
-bool CKoConfigFileParser::processLine(char* line, SSectionInfo& current) const
+/// \param rawEnd where the text ends, with comment and blanks. \param current the section that the line is
+/// in; becomes the one that it begins. \return whether to go on.
+bool CKoConfigFileParser::processLine(char* line, char* rawEnd, SSectionInfo& current) const
 {
-    char* const end = cutBlanks(line, cutComment(line));
+    char* const end = cutBlanks(line, cutComment(line, rawEnd));
     *end = '\0';
     if (end == line)
     {

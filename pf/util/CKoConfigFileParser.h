@@ -80,7 +80,7 @@ public:
     bool parse(const CKoString& fileName, unsigned int& lineNumber) const;
 
 private:
-    bool processLine(char* line, SSectionInfo& current) const;
+    bool processLine(char* line, char* rawEnd, SSectionInfo& current) const;
     SSectionInfo sectionOf(char* header) const;
 
     TKoMap<CKoString, SSectionInfo, TKoBefore<CKoString>> m_sections;

@@ -28,6 +28,7 @@ struct SeenEarly
     unsigned int traceLevel;
     bool isBreakEnabled;
     void* block;
+    void* alignedBlock;
     unsigned int bytesAfterNew;
     unsigned long long bias;
     int threadCount;
@@ -36,6 +37,8 @@ struct SeenEarly
 };
 
 SeenEarly sEarly;
+
+constexpr std::align_val_t OVER_ALIGNMENT{256};
 
 /// Counted with plain calls: the standard library is not constructed yet when it is called first.
 int countThreads()
@@ -75,6 +78,7 @@ void runEarly(int argc, char** argv, char** environment)
         return;
     }
     sEarly.block = ::operator new(100);
+    sEarly.alignedBlock = ::operator new(60, OVER_ALIGNMENT);
     sEarly.bytesAfterNew = KoMemory::getAllocatedBytes();
     sEarly.traceLevel = KoStartupOptions::getMemoryTraceLevel();
     sEarly.isBreakEnabled = KoStartupOptions::isBreakEnabled();
@@ -113,10 +117,13 @@ int main(int argc, char** argv)
     }
     const unsigned int before = KoMemory::getAllocatedBytes();
     ::operator delete(sEarly.block);
+    ::operator delete(sEarly.alignedBlock, OVER_ALIGNMENT);
     const unsigned int released = before - KoMemory::getAllocatedBytes();
-    std::printf("early: level %u, break %d, bytes %u, text %s, empty %d\n", sEarly.traceLevel,
-                static_cast<int>(sEarly.isBreakEnabled), sEarly.bytesAfterNew, sEarly.text,
-                static_cast<int>(sEarly.isEmptyStringUsable));
+    const bool isAligned =
+        reinterpret_cast<std::uintptr_t>(sEarly.alignedBlock) % static_cast<std::size_t>(OVER_ALIGNMENT) == 0;
+    std::printf("early: level %u, break %d, bytes %u, aligned %d, text %s, empty %d\n", sEarly.traceLevel,
+                static_cast<int>(sEarly.isBreakEnabled), sEarly.bytesAfterNew, static_cast<int>(isAligned),
+                sEarly.text, static_cast<int>(sEarly.isEmptyStringUsable));
     std::printf("static: null string %d, null stream read %u\n", static_cast<int>(sClient.isNullStringUsable),
                 sClient.bytesRead);
     std::printf("main: level %u, break %d, released %u, same bias %d, threads added %d\n",
