@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A signed fixed-point number with 16 bits before and 16 bits after the point, for processors without
 /// floating point: nothing here uses it except the conversions from and to `double`.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// The text type of the library: UTF-8 in a shared block, with its bytes and its characters counted.
 ///
 /// Copies share one block until one of them is changed (copy on write); empty strings share a static block
@@ -460,12 +461,14 @@ KO_EXPORT IKoOStream& operator<<(IKoOStream& stream, const CKoString& string);
 /// than a small multiple of what arrives, and gives the text that arrived.
 KO_EXPORT const IKoIStream& operator>>(const IKoIStream& stream, CKoString& string);
 
+namespace std
+{
+
 /// Texts are hashed by their bytes, as std::hash does for a std::string_view of the same text.
 template <>
-struct std::hash<CKoString>
+struct hash<CKoString>
 {
-    std::size_t operator()(const CKoString& text) const noexcept
-    {
-        return std::hash<std::string_view>()(text);
-    }
+    size_t operator()(const CKoString& text) const noexcept { return hash<string_view>()(text); }
 };
+
+} // namespace std

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Sixteen bytes at a time for scans of text: the compiler's own vectors, used only where the target's
 /// baseline has registers for them. `KO_HAS_BYTE_VECTOR` tells; without it callers go word by word.
 

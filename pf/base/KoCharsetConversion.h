@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Conversion between the library's texts and three other encodings: ISO 8859-1, ISO 8859-15 and UTF-16.
 ///
 ///     const CKoString name = KoConvertFrom8859_1(bytes, count);
@@ -14,6 +15,7 @@
 /// What the bytes of a single-byte character set are in UTF-8, by the byte.
 struct SKoConvTable
 {
+    /// A character in UTF-8.
     struct SEntry
     {
         unsigned char length;  ///< 1 to 3
@@ -27,6 +29,7 @@ struct SKoConvTable
 /// those of two bytes in ascending order, then those of three.
 struct SKoReverseConvTable
 {
+    /// A character in UTF-8 and its byte.
     struct SEntry
     {
         unsigned char utf8[3]; ///< zero beyond the length

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Formats for TKoFormatString, so that the template needs no formatting header.
 
 #include "pf/base/KoExport.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Functions on whole texts: upper and lower case of every script, and cutting a text into pieces.
 ///
 ///     KoStringUtilities::toUpper(street);                        // a sharp s becomes SS
@@ -20,6 +21,7 @@ namespace KoStringUtilities
 /// table owns nothing; what it points at must outlive its use.
 struct SKoCaseMappingTable
 {
+    /// A character that maps to one other.
     struct SSimple16
     {
         unsigned short from;
@@ -42,12 +44,14 @@ struct SKoCaseMappingTable
         const unsigned short* replacement;
     };
 
+    /// The same three for characters above FFFF.
     struct SSimple32
     {
         unsigned int from;
         unsigned int to;
     };
 
+    /// As SRange16.
     struct SRange32
     {
         unsigned int start;
@@ -55,6 +59,7 @@ struct SKoCaseMappingTable
         unsigned int target;
     };
 
+    /// As SSpecial16.
     struct SSpecial32
     {
         unsigned int from;

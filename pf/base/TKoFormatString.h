@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A short formatted text on the stack, for messages where nothing may be allocated. The text is cut to fit
 /// and its encoding is not checked; CKoString::format does both with a heap block.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A ring of bytes with a fixed capacity that is also a stream: values are written at its end and read from
 /// its begin with the stream operators, without ever allocating. It is for keeping the newest of a flow of
 /// data, or for handing bytes from one part of a program to another; CKoByteStream is for content that has to

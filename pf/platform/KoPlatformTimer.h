@@ -45,7 +45,7 @@ KO_EXPORT int TimerCreate(int clockId, const SPulseEvent* event);
 
 /// Arms or disarms a timer. Arming drops a pulse of it that is queued, so that it counts from this call;
 /// disarming leaves that pulse queued.
-/// \param flags 0, or TIMER_ABSTIME (of <ctime>) when `firstNs` is a time of the clock; one that has passed
+/// \param flags 0, or TIMER_ABSTIME (of `ctime`) when `firstNs` is a time of the clock; one that has passed
 /// expires at once. \param setting the new setting. \param old receives the setting until now, if it is not
 /// null: the time left until the next expiry (at least 1 while armed, 0 when disarmed) and the interval.
 /// \return 0; `EINVAL` when there is no such timer, for other flags and for null.

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// The serialisation stream in memory: values are written at the end and read from the front, each side with
 /// a position of its own.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Builds text in a growing array: formatted as printf does it, numbers, booleans as digits or words, texts
 /// as they are or escaped for XML.
 ///

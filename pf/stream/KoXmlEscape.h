@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Escaping of text for XML: the five characters that mean something there become entities.
 
 #include <cstddef>

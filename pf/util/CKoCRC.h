@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A cyclic redundancy check that is fed piece by piece: which of four fixed variants is said on
 /// construction.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// The library's timestamp: microseconds since 1970-01-01 00:00:00, with conversion to and from the Gregorian
 /// calendar, arithmetic with CKoTimeSpan, text, and streaming as 8 bytes.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A stopwatch with pause and resume over one of three clocks: elapsed time, or the processor time that one
 /// thread or one process uses.
 ///

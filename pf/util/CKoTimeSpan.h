@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A duration in microseconds, the companion of CKoDateAndTime: what lies between two timestamps, and what a
 /// timestamp is moved by. It can be taken apart into sign, days, hours, minutes, seconds and microseconds.
 

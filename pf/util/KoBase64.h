@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Base64 with the alphabet of RFC 4648, padded with "=" and without line breaks; decoding skips line breaks
 /// between groups. Everything happens in the caller's buffers; any thread may call any function.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Writes values of the library to a std::ostream, for the messages of tests and tools:
 ///
 ///     EXPECT_EQ(parsed, expected); // "Which is: 2024-03-07 09:05:01.000000"
