@@ -10,9 +10,13 @@
 namespace
 {
 
+using KoPrivate::CKoStringFiller;
+
 static_assert(sizeof(CKoPath) == sizeof(CKoString), "a path is its text");
 
 constexpr char BACKSLASH = '\\';
+
+constexpr char TWO_SEPARATORS[] = {CKoPath::SEPARATOR, CKoPath::SEPARATOR, '\0'};
 
 /// "C:/" and shorter.
 constexpr unsigned int LONGEST_DRIVE = 3U;
@@ -30,17 +34,29 @@ unsigned int charactersIn(const CKoString& text, unsigned int bytes)
     return bytes == text.byteLength() ? text.length() : KoPrivate::countSequences(text.c_str(), bytes);
 }
 
-/// An empty string is made to hold exactly `bytes` bytes. \return where they go.
-char* makeRoom(CKoString& text, unsigned int bytes)
+/// \return the characters from byte `first` up to byte `last`; neither is inside a character.
+CKoString partOf(const CKoString& text, unsigned int first, unsigned int last)
 {
-    KoPrivate::CKoStringFiller::makePrivate(text, bytes);
-    return KoPrivate::CKoStringFiller::text(text);
+    const char* const bytes = text.c_str();
+    const bool isAscii = text.length() == text.byteLength();
+    const unsigned int characters =
+        isAscii ? last - first : KoPrivate::countSteps(bytes + first, bytes + last);
+    CKoString part(last - first);
+    std::memcpy(CKoStringFiller::text(part), bytes + first, last - first);
+    CKoStringFiller::setLength(part, last - first, characters);
+    return part;
 }
 
-/// The separators that the canonical form of the first `bytes` bytes lacks.
+/// The separators that the canonical form of the first `bytes` bytes, behind which is a zero, lacks.
 unsigned int countSuperfluous(const char* text, unsigned int bytes)
 {
     unsigned int count = 0;
+    // Most paths have none at all.
+    const bool isEndingInSeparator = bytes > 1U && text[bytes - 1U] == CKoPath::SEPARATOR;
+    if (!isEndingInSeparator && std::strstr(text, TWO_SEPARATORS) == nullptr)
+    {
+        return count;
+    }
     bool isBehindSeparator = false;
     for (unsigned int at = 0; at != bytes; ++at)
     {
@@ -87,19 +103,29 @@ CKoString join(const CKoString& left, const char* right, std::size_t rightBytes)
 {
     const unsigned int leftBytes = bytesBeforeZero(left);
     const std::size_t bytes = rightBytes + leftBytes + 1U;
-    CKoString joined;
     if (rightBytes >= CKoPath::MAXLEN || bytes >= CKoPath::MAXLEN)
     {
-        return joined;
+        return CKoString();
     }
-    char* const target = makeRoom(joined, static_cast<unsigned int>(bytes));
+    CKoString joined(static_cast<unsigned int>(bytes));
+    char* const target = CKoStringFiller::text(joined);
     std::memcpy(target, left.c_str(), leftBytes);
     target[leftBytes] = CKoPath::SEPARATOR;
     const KoPrivate::SUtf8Span tail =
         KoPrivate::copyValidUtf8(target + leftBytes + 1U, right, static_cast<unsigned int>(rightBytes));
-    KoPrivate::CKoStringFiller::setLength(joined, leftBytes + 1U + tail.byteLength,
-                                          charactersIn(left, leftBytes) + 1U + tail.charCount);
+    CKoStringFiller::setLength(joined, leftBytes + 1U + tail.byteLength,
+                               charactersIn(left, leftBytes) + 1U + tail.charCount);
     return joined;
+}
+
+CKoString join(const CKoString& left, const char* right)
+{
+    return right == nullptr ? join(left, "", 0U) : join(left, right, std::strlen(right));
+}
+
+CKoString join(const CKoString& left, const CKoString& right)
+{
+    return join(left, right.c_str(), bytesBeforeZero(right));
 }
 
 } // namespace
@@ -125,12 +151,12 @@ CKoString CKoPath::getLeaf() const
     {
         return CKoString();
     }
-    const char* leaf = m_text.c_str() + findLastSeparator(m_text);
-    while (*leaf == SEPARATOR)
+    unsigned int leaf = findLastSeparator(m_text);
+    while (m_text.c_str()[leaf] == SEPARATOR)
     {
         ++leaf;
     }
-    return leaf == m_text.c_str() ? m_text : m_text.getRight(CKoString::const_iterator(leaf));
+    return leaf == 0U ? m_text : partOf(m_text, leaf, m_text.byteLength());
 }
 
 CKoString CKoPath::getBranch() const
@@ -142,7 +168,7 @@ CKoString CKoPath::getBranch() const
     const unsigned int separator = findLastSeparator(m_text);
     if (separator != 0U)
     {
-        return m_text.getLeft(CKoString::const_iterator(m_text.c_str() + separator));
+        return partOf(m_text, 0U, separator);
     }
     return *m_text.c_str() == SEPARATOR ? CKoString(&SEPARATOR, 1U) : CKoString();
 }
@@ -166,14 +192,13 @@ CKoString CKoPath::canonify(const CKoString& text)
     {
         return text;
     }
-    CKoString canonical;
     if (bytes == 0U)
     {
-        return canonical;
+        return CKoString();
     }
-    copyCanonical(makeRoom(canonical, bytes - superfluous), text.c_str(), bytes - superfluous);
-    KoPrivate::CKoStringFiller::setLength(canonical, bytes - superfluous,
-                                          charactersIn(text, bytes) - superfluous);
+    CKoString canonical(bytes - superfluous);
+    copyCanonical(CKoStringFiller::text(canonical), text.c_str(), bytes - superfluous);
+    CKoStringFiller::setLength(canonical, bytes - superfluous, charactersIn(text, bytes) - superfluous);
     return canonical;
 }
 
@@ -200,28 +225,27 @@ bool CKoPath::operator==(const CKoPath& other) const
 
 CKoPath& CKoPath::operator/=(const char* text)
 {
-    const char* const right = text != nullptr ? text : "";
-    m_text = join(m_text, right, std::strlen(right));
+    m_text = join(m_text, text);
     return *this;
 }
 
 CKoPath& CKoPath::operator/=(const CKoPath& other)
 {
-    m_text = join(m_text, other.m_text.c_str(), bytesBeforeZero(other.m_text));
+    m_text = join(m_text, other.m_text);
     return *this;
 }
 
 CKoPath operator/(const CKoPath& left, const CKoPath& right)
 {
-    CKoPath joined(left);
-    joined /= right;
+    CKoPath joined;
+    joined.m_text = join(left.m_text, right.m_text);
     return joined;
 }
 
 CKoPath operator/(const CKoPath& left, const char* right)
 {
-    CKoPath joined(left);
-    joined /= right;
+    CKoPath joined;
+    joined.m_text = join(left.m_text, right);
     return joined;
 }
 

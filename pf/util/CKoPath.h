@@ -97,6 +97,9 @@ public:
     friend KO_EXPORT const IKoIStream& operator>>(const IKoIStream& stream, CKoPath& path);
 
 private:
+    friend KO_EXPORT CKoPath operator/(const CKoPath& left, const CKoPath& right);
+    friend KO_EXPORT CKoPath operator/(const CKoPath& left, const char* right);
+
     mutable CKoString m_text;
 };
 

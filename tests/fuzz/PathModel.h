@@ -54,9 +54,10 @@ inline std::string joinedText(const std::string& left, const std::string& right)
 inline bool isRootText(const std::string& text)
 {
     const std::string canonical = canonicalText(text);
-    const unsigned int letter = canonical.empty() ? 0 : static_cast<unsigned char>(canonical[0]) | 0x20U;
-    const bool isDrive = letter >= 'a' && letter <= 'z' && canonical.size() > 1 && canonical[1] == ':';
-    return canonical == "/" || (isDrive && CKoString(canonical.c_str()).length() <= 3);
+    const CKoString characters(canonical.c_str());
+    const unsigned int letter = characters[0] | 0x20U;
+    const bool isDrive = letter >= 'a' && letter <= 'z' && characters[1] == ':' && characters.length() <= 3;
+    return canonical == "/" || isDrive;
 }
 
 /// What `convertSeparators` makes of a text in a buffer that is exactly large enough.

@@ -104,7 +104,8 @@ extern "C"
     {
         va_list arguments;
         va_start(arguments, flags);
-        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+        const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+        const mode_t mode = hasMode ? va_arg(arguments, mode_t) : 0;
         va_end(arguments);
         KO_REAL(openat, "openat64");
         return failsNow(FAULT_OPEN) ? -1 : real(directory, path, flags, mode);
@@ -127,6 +128,12 @@ extern "C"
     {
         KO_REAL(mmap, "mmap64");
         return failsNow(FAULT_MAP) ? MAP_FAILED : real(address, size, protection, flags, descriptor, offset);
+    }
+
+    int munmap(void* address, std::size_t size) noexcept
+    {
+        KO_REAL(munmap, "munmap");
+        return failsNow(FAULT_UNMAP) ? -1 : real(address, size);
     }
 
     long syscall(long number, ...) noexcept

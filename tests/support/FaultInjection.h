@@ -55,6 +55,7 @@ enum FaultCall
     FAULT_WRITE,
     FAULT_FUTEX, ///< the futex calls, which go through syscall()
     FAULT_MAP,   ///< mmap
+    FAULT_UNMAP, ///< munmap
     FAULT_CALL_COUNT
 };
 
