@@ -1,8 +1,8 @@
 #pragma once
 
 #include <array>
-#include <fstream>
-#include <string>
+
+#include "pf/util/CKoFileHandle.h"
 
 /// A file from front to back, of which the next few bytes can be looked at before it goes on. One thread at a
 /// time.
@@ -11,13 +11,13 @@ class FileWindow
 public:
     static constexpr unsigned int CAPACITY = 4096;
 
-    explicit FileWindow(const std::string& path);
+    explicit FileWindow(const CKoPath& path);
 
     /// \return false if there is no file that could be read; the reason is in `errno`.
-    bool isOpen() const { return m_file.is_open(); }
+    bool isOpen() const { return m_file.isOpen(); }
 
     /// Whether the file could not be read on. It then seems to end there.
-    bool hasFailed() const { return m_file.bad(); }
+    bool hasFailed() const { return m_hasFailed; }
 
     /// Reads on as needed. \param count at most CAPACITY. \return whether bytes() has so many; if not, the
     /// file ends before.
@@ -33,7 +33,9 @@ public:
     unsigned long long position() const { return m_position; }
 
 private:
-    std::ifstream m_file;
+    CKoFileHandle m_file;
+    bool m_isAtEnd = false;
+    bool m_hasFailed = false;
     std::array<unsigned char, CAPACITY> m_bytes{};
     unsigned int m_begin = 0;
     unsigned int m_end = 0;

@@ -1,11 +1,13 @@
 #include "RecordFile.h"
 
+#include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <system_error>
+
+#include <fcntl.h>
 
 #include "Message.h"
 #include "pf/util/CKoCRC.h"
+#include "pf/util/KoFileOperations.h"
 
 namespace
 {
@@ -31,9 +33,18 @@ unsigned int crcOf(const unsigned char* bytes, unsigned int count)
     return crc.getCRC();
 }
 
+/// \return whether there is a directory for the file, made now or before.
+bool makeDirectoryOf(const CKoPath& path)
+{
+    constexpr int MODE = 0755;
+    const CKoPath directory(path.getBranch());
+    return directory.getString().isEmpty() || KoFileOperations::makeDirRecursive(directory, MODE) ||
+           errno == EEXIST;
+}
+
 } // namespace
 
-RecordReader::RecordReader(const std::string& path)
+RecordReader::RecordReader(const CKoPath& path)
     : m_path(path)
     , m_file(path)
 {
@@ -110,19 +121,18 @@ void RecordReader::tellOfGap(bool isCut)
 void RecordReader::reject(const char* why)
 {
     m_isAllOfUse = false;
-    std::fprintf(stderr, "%s: the record at byte %llu %s\n", m_path.c_str(), m_offset, why);
+    std::fprintf(stderr, "%s: the record at byte %llu %s\n", m_path.getString().c_str(), m_offset, why);
 }
 
-RecordWriter::RecordWriter(const std::string& path, unsigned long long end)
+RecordWriter::RecordWriter(const CKoPath& path, unsigned long long end)
 {
-    std::error_code error;
-    if (std::filesystem::exists(path, error))
+    const bool isReady = makeDirectoryOf(path) && m_file.open(path, O_WRONLY | O_CREAT) &&
+                         m_file.truncate(end) && m_file.seek(0, SEEK_DIRECTION_END);
+    if (!isReady)
     {
-        std::filesystem::resize_file(path, end, error);
-    }
-    if (!error)
-    {
-        m_file.open(path, std::ios::binary | std::ios::app);
+        const int reason = errno;
+        m_file.close();
+        errno = reason;
     }
 }
 
@@ -131,7 +141,5 @@ bool RecordWriter::append(const CKoByteStream& record)
     CKoByteStream framed;
     framed << record;
     framed << crcOf(framed.getData(), framed.length());
-    m_file.write(reinterpret_cast<const char*>(framed.getData()), framed.length());
-    m_file.flush();
-    return m_file.good();
+    return m_file.writeN(framed.getData(), framed.length(), -1);
 }

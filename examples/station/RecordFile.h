@@ -1,10 +1,8 @@
 #pragma once
 
-#include <fstream>
-#include <string>
-
 #include "FileWindow.h"
 #include "pf/stream/CKoByteStream.h"
+#include "pf/util/CKoFileHandle.h"
 
 /// A file of records, which grows at its end only:
 ///
@@ -23,7 +21,7 @@
 class RecordReader
 {
 public:
-    explicit RecordReader(const std::string& path);
+    explicit RecordReader(const CKoPath& path);
 
     /// \return false if there is no file that could be read; the reason is in `errno`.
     bool isOpen() const { return m_file.isOpen(); }
@@ -49,7 +47,7 @@ private:
     bool isCutShort();
     void tellOfGap(bool isCut);
 
-    std::string m_path;
+    CKoPath m_path;
     FileWindow m_file;
     bool m_isAllOfUse = true;
     bool m_hasRecords = false;
@@ -61,16 +59,16 @@ private:
 class RecordWriter
 {
 public:
-    /// Goes on behind the first `end` bytes of the file, and takes away what follows them. Makes the file if
-    /// there is none.
-    RecordWriter(const std::string& path, unsigned long long end);
+    /// Goes on behind the first `end` bytes of the file, and takes away what follows them. Makes the file,
+    /// and the directories above it, if there is none.
+    RecordWriter(const CKoPath& path, unsigned long long end);
 
     /// \return false if the file cannot be written; the reason is in `errno`.
-    bool isOpen() const { return m_file.is_open(); }
+    bool isOpen() const { return m_file.isOpen(); }
 
     /// \return whether the record is in the file, where it survives the end of this process.
     bool append(const CKoByteStream& record);
 
 private:
-    std::ofstream m_file;
+    CKoFileHandle m_file;
 };

@@ -77,16 +77,21 @@ std::optional<std::uint64_t> firstNumber(const std::string& text)
 
 std::optional<std::uint64_t> Source::read() const
 {
-    std::ifstream file(path);
+    std::ifstream file(path.c_str());
     std::ostringstream text;
     text << file.rdbuf();
     return file.is_open() ? evaluate(text.str()) : std::nullopt;
 }
 
-TKoVector<Source> stationSources()
+Source::Evaluate Source::evaluation(std::string_view name)
 {
-    return {{"cœurs", "/proc/stat", 50, "%", BusyShare()},
-            {"freie Größe", "/proc/meminfo", 70, "MiB", availableMemory},
-            {"load <1 min>", "/proc/loadavg", 110, "tasks", firstNumber},
-            {"uptime", "/proc/uptime", 130, "s", firstNumber}};
+    if (name == "busy")
+    {
+        return BusyShare();
+    }
+    if (name == "available")
+    {
+        return availableMemory;
+    }
+    return name == "first" ? Evaluate(firstNumber) : Evaluate();
 }

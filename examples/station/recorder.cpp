@@ -1,9 +1,9 @@
-// recorder [--directory DIRECTORY] [--xml]: receives samples, appends them to the file "samples" of the
-// directory, and prints a report when it is told to finish. It goes on with the file that another recorder
-// left behind. Where it receives is told in another file of the directory.
+// recorder --configuration FILE [--xml]: receives samples, appends them to the file that the configuration
+// names, and prints a report when it is told to finish. It goes on with the file that another recorder
+// left behind. Where it receives is told in a file of the configuration's directory.
 //
-// Exit status: 0 = the report was printed, 2 = nobody sent anything for too long, or there was no channel or
-// no file to record in.
+// Exit status: 0 = the report was printed, 2 = nobody sent anything for too long, or there was no channel,
+// no file to record in, or no configuration.
 
 #include <cerrno>
 #include <cstdio>
@@ -13,11 +13,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CommandLine.h"
 #include "Ledger.h"
 #include "Message.h"
 #include "RecordFile.h"
 #include "Rendezvous.h"
 #include "ReportWriter.h"
+#include "Settings.h"
 #include "pf/oswrapper/KoChannelAccess.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
 #include "pf/oswrapper/KoSyslog.h"
@@ -125,7 +127,7 @@ Ledger::Outcome Recorder::takeFromSampler(const CKoByteStream& message)
 
 /// Learns what another recorder left behind. \return where in the file to go on; nothing if that is
 /// impossible.
-std::optional<unsigned long long> learn(const std::string& path, Ledger& ledger)
+std::optional<unsigned long long> learn(const CKoPath& path, Ledger& ledger)
 {
     RecordReader known(path);
     if (!known.isOpen())
@@ -139,7 +141,7 @@ std::optional<unsigned long long> learn(const std::string& path, Ledger& ledger)
         return std::nullopt;
     }
     std::printf("recorder %d: goes on behind %llu samples, at byte %llu of %s\n",
-                KoOperatingSystem::getCurrentPID(), ledger.samples(), known.end(), path.c_str());
+                KoOperatingSystem::getCurrentPID(), ledger.samples(), known.end(), path.getString().c_str());
     return known.end();
 }
 
@@ -171,35 +173,47 @@ int record(const std::string& directory, Ledger& ledger, RecordWriter& file)
     return status;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run()
 {
-    std::string directory = ".";
+    const std::vector<const char*> arguments = CommandLine::arguments();
+    std::string configuration;
     ReportWriter::Form form;
     CLI::App app("Receives samples, records them, and prints a report when it is told to finish.");
-    app.add_option("--directory", directory, "where the file lies that tells samplers where to send")
-        ->capture_default_str();
+    app.add_option("--configuration", configuration, "where to record, and to tell samplers where to send")
+        ->required();
     app.add_flag("--xml", form.asXml, "print the report as XML");
-    CLI11_PARSE(app, argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    CLI11_PARSE(app, static_cast<int>(arguments.size()), arguments.data());
+    const std::optional<Settings> settings = Settings::read(configuration);
+    if (!settings)
+    {
+        return FAILED;
+    }
 
     Ledger ledger;
-    const std::string path = directory + "/samples";
-    const std::optional<unsigned long long> end = learn(path, ledger);
+    const std::optional<unsigned long long> end = learn(settings->records, ledger);
     if (!end)
     {
         return fail("no file to go on with");
     }
-    RecordWriter file(path, *end);
+    RecordWriter file(settings->records, *end);
     if (!file.isOpen())
     {
         return fail("no file to record in");
     }
-    const int status = record(directory, ledger, file);
+    const int status = record(settings->directory, ledger, file);
     if (status != 0)
     {
         return status;
     }
     return ReportWriter::print(ledger, form) ? 0 : fail("standard output");
+}
+
+} // namespace
+
+int main()
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const int status = run();
+    CommandLine::tellBytesInUse();
+    return status;
 }

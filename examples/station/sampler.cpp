@@ -1,9 +1,9 @@
-// sampler [--directory DIRECTORY] [--seconds SECONDS]: reads figures of the system, each at its own period,
-// and sends every sample to the recorder that the directory's file tells of. A recorder that ends is
-// reported, and its successor gets what was not acknowledged. After the given time the recorder is told to
-// finish.
+// sampler --configuration FILE: reads figures of the system, each at its own period, and sends every sample
+// to the recorder that the directory's file tells of. A recorder that ends is reported, and its successor
+// gets what was not acknowledged. After the given time the recorder is told to finish. Directory, time and
+// sources are those of the configuration.
 //
-// Exit status: 0 = everything was acknowledged, 2 = no recorder took the rest.
+// Exit status: 0 = everything was acknowledged, 2 = no recorder took the rest, or there is no configuration.
 
 #include <cstdint>
 #include <cstdio>
@@ -12,8 +12,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CommandLine.h"
 #include "RecorderLink.h"
-#include "Source.h"
+#include "Settings.h"
 #include "pf/oswrapper/CLogicalTimer.h"
 #include "pf/oswrapper/CLogicalTimerManager.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
@@ -70,7 +71,7 @@ void Probe::onTimeout()
     const std::optional<std::uint64_t> value = m_source.read();
     if (!value)
     {
-        KoSyslog::logMsg(MODULE, KoSyslog::Warning, "nothing to read in %s", m_source.path);
+        KoSyslog::logMsg(MODULE, KoSyslog::Warning, "nothing to read in %s", m_source.path.c_str());
         return;
     }
     m_link.add({taken, m_source.name, *value, m_run, m_samples++, lateness});
@@ -90,17 +91,17 @@ private:
     bool m_isOver = false;
 };
 
-void sampleFor(unsigned int seconds, RecorderLink& link)
+void sample(const Settings& settings, RecorderLink& link)
 {
     CLogicalTimerManager manager(POLL_MS, false);
     const CKoDateAndTime run = Message::wallClock();
     std::list<Probe> probes; // timers stay where they are
-    for (const Source& source : stationSources())
+    for (const Source& source : settings.sources)
     {
         probes.emplace_back(manager, source, link, run);
     }
     RunTime runTime(manager);
-    runTime.start(seconds * 1000U, true);
+    runTime.start(settings.seconds * 1000U, true);
     for (Probe& probe : probes)
     {
         probe.begin();
@@ -126,23 +127,21 @@ bool finish(RecorderLink& link)
     return true;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run()
 {
-    std::string directory = ".";
-    unsigned int seconds = 5;
+    const std::vector<const char*> arguments = CommandLine::arguments();
+    std::string configuration;
     CLI::App app("Samples figures of the system and sends them to a recorder.");
-    app.add_option("--directory", directory, "where the file lies in which the recorder tells its address")
-        ->capture_default_str();
-    app.add_option("--seconds", seconds, "how long to sample")
-        ->check(CLI::Range(1, 86400))
-        ->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    app.add_option("--configuration", configuration, "what to sample, and for how long")->required();
+    CLI11_PARSE(app, static_cast<int>(arguments.size()), arguments.data());
+    const std::optional<Settings> settings = Settings::read(configuration);
+    if (!settings)
+    {
+        return FAILED;
+    }
 
-    RecorderLink link(directory);
-    sampleFor(seconds, link);
+    RecorderLink link(settings->directory);
+    sample(*settings, link);
     if (!finish(link))
     {
         std::fprintf(stderr, "sampler: no recorder took the rest\n");
@@ -150,4 +149,14 @@ int main(int argc, char** argv)
     }
     std::printf("sampler: %u samples sent, restarts of the recorder: %u\n", link.samples(), link.restarts());
     return 0;
+}
+
+} // namespace
+
+int main()
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const int status = run();
+    CommandLine::tellBytesInUse();
+    return status;
 }
