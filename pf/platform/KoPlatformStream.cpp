@@ -87,6 +87,16 @@ int flagsOf(const char* mode)
     }
 }
 
+/// A stream that only reads has nothing to lose, and the host's own reads large pieces around its buffer.
+FILE* streamOn(int descriptor, int flags, const char* mode)
+{
+    if ((flags & O_ACCMODE) == O_RDONLY)
+    {
+        return ::fdopen(descriptor, mode);
+    }
+    return ::fopencookie(cookieOf(descriptor), mode, {readFrom, writeTo, moveIn, closeFile});
+}
+
 } // namespace
 
 FILE* KoPlatform::openStream(const char* path, const char* mode)
@@ -102,7 +112,7 @@ FILE* KoPlatform::openStream(const char* path, const char* mode)
     {
         return nullptr;
     }
-    FILE* const stream = ::fopencookie(cookieOf(descriptor), mode, {readFrom, writeTo, moveIn, closeFile});
+    FILE* const stream = streamOn(descriptor, flags, mode);
     if (stream == nullptr)
     {
         KoPlatform::close(descriptor);

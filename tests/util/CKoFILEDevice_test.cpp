@@ -250,7 +250,7 @@ TEST(CKoFILEDevice, TakesShortTransfersAndReportsFailures)
     }
     EXPECT_EQ(directory.read("file"), sent);
 
-    ASSERT_TRUE(device.open(path, 0));
+    ASSERT_TRUE(device.open(path, O_RDWR));
     {
         const FailingCall interrupted(FAULT_READ, EINTR, 3, 2, 700);
         EXPECT_EQ(readText(device, 4096), sent.substr(0, 4096));
@@ -267,9 +267,10 @@ TEST(CKoFILEDevice, TakesShortTransfersAndReportsFailures)
     EXPECT_TRUE(device.close());
 
     const std::ptrdiff_t before = openDescriptors();
+    for (const int flags : {O_RDONLY, O_RDWR})
     {
         const FailingAllocation failing(1);
-        EXPECT_EQ(errorOf([&] { return device.open(path, 0); }), ENOMEM);
+        EXPECT_EQ(errorOf([&] { return device.open(path, static_cast<unsigned int>(flags)); }), ENOMEM);
     }
     {
         const FailingCall failing(FAULT_OPEN, EMFILE);
