@@ -32,34 +32,25 @@ std::string demangled(const char* name)
     return result;
 }
 
-/// An array of entries that a query of the debug information made.
-class Entries
+/// An entry and those around it, up to the compilation unit.
+class Scopes
 {
 public:
-    Entries() = default;
-    ~Entries() { std::free(m_entries); }
-    Entries(const Entries&) = delete;
-    Entries& operator=(const Entries&) = delete;
-
-    /// The entry and those around it, up to the compilation unit.
-    void findAround(Dwarf_Die& entry) { m_count = dwarf_getscopes_die(&entry, &m_entries); }
-    /// The innermost scope at an address of a unit and those that it took effect in.
-    void findAround(Dwarf_Die& unit, Dwarf_Addr address)
+    explicit Scopes(Dwarf_Die& entry)
+        : m_entries(nullptr)
+        , m_count(dwarf_getscopes_die(&entry, &m_entries))
     {
-        Dwarf_Die* innermost = nullptr;
-        if (dwarf_getscopes(&unit, address, &innermost) > 0)
-        {
-            findAround(innermost[0]);
-        }
-        std::free(innermost);
     }
+    ~Scopes() { std::free(m_entries); }
+    Scopes(const Scopes&) = delete;
+    Scopes& operator=(const Scopes&) = delete;
 
     Dwarf_Die* begin() const { return m_entries; }
     Dwarf_Die* end() const { return m_count > 0 ? m_entries + m_count : m_entries; }
 
 private:
-    Dwarf_Die* m_entries = nullptr;
-    int m_count = 0;
+    Dwarf_Die* m_entries;
+    int m_count;
 };
 
 /// The entry that an entry completes or copies, in the end.
@@ -78,20 +69,25 @@ Dwarf_Die original(Dwarf_Die entry)
     return entry;
 }
 
+/// Whether entries of this kind are part of a function's name.
+bool isNamedScope(int tag)
+{
+    return tag == DW_TAG_namespace || tag == DW_TAG_class_type || tag == DW_TAG_structure_type;
+}
+
 /// The name with those of the classes and namespaces around it, for a function that no other file can name.
 std::string qualifiedName(Dwarf_Die& function)
 {
     std::string name = textOf(dwarf_diename(&function));
     Dwarf_Die inner = original(function);
-    Entries around;
-    around.findAround(inner);
-    for (Dwarf_Die& scope : around)
+    for (Dwarf_Die& scope : Scopes(inner))
     {
         const int tag = dwarf_tag(&scope);
-        if (tag == DW_TAG_namespace || tag == DW_TAG_class_type || tag == DW_TAG_structure_type)
+        if (isNamedScope(tag))
         {
+            const std::string unnamed = tag == DW_TAG_namespace ? "(anonymous namespace)" : "(unnamed class)";
             const char* const scopeName = dwarf_diename(&scope);
-            name.insert(0, (scopeName == nullptr ? "(anonymous namespace)" : std::string(scopeName)) + "::");
+            name.insert(0, (scopeName == nullptr ? unnamed : scopeName) + "::");
         }
     }
     return name;
@@ -134,15 +130,58 @@ Frame callOf(Dwarf_Die& unit, Dwarf_Die& inlined)
     return caller;
 }
 
-Frame lineOf(Dwfl_Module* module, Dwarf_Addr address)
+/// The compilation unit of an address; null without debug information.
+Dwarf_Die* unitOf(Dwfl_Module* module, Dwarf_Addr address, Dwarf_Addr& bias)
+{
+    Dwarf_Die* unit = dwfl_module_addrdie(module, address, &bias);
+    if (unit != nullptr)
+    {
+        return unit;
+    }
+    // Some compilers leave the index of addresses out.
+    do
+    {
+        unit = dwfl_module_nextcu(module, unit, &bias);
+    } while (unit != nullptr && dwarf_haspc(unit, address - bias) <= 0);
+    return unit;
+}
+
+Frame lineOf(Dwarf_Die& unit, Dwarf_Addr address)
 {
     Frame frame;
-    Dwfl_Line* const line = dwfl_module_getsrc(module, address);
-    if (line != nullptr)
+    Dwarf_Line* const line = dwarf_getsrc_die(&unit, address);
+    if (line != nullptr && dwarf_lineno(line, &frame.line) == 0)
     {
-        frame.file = textOf(dwfl_lineinfo(line, nullptr, &frame.line, nullptr, nullptr, nullptr));
+        frame.file = textOf(dwarf_linesrc(line, nullptr, nullptr));
     }
     return frame;
+}
+
+/// Adds the functions around an address, the outermost one first, inlined ones after it.
+/// \return whether the entry holds any.
+bool addFunctions(Dwarf_Die& parent, Dwarf_Addr address, std::vector<Dwarf_Die>& functions)
+{
+    Dwarf_Die entry;
+    for (int end = dwarf_child(&parent, &entry); end == 0; end = dwarf_siblingof(&entry, &entry))
+    {
+        const int tag = dwarf_tag(&entry);
+        const bool isFunction = tag == DW_TAG_subprogram || tag == DW_TAG_inlined_subroutine;
+        if (!isFunction && tag != DW_TAG_lexical_block && !isNamedScope(tag))
+        {
+            continue;
+        }
+        const bool isAround = dwarf_haspc(&entry, address) > 0;
+        if (isAround && isFunction)
+        {
+            functions.push_back(entry);
+        }
+        // Namespaces have no addresses, and the functions of a local class lie apart from the one it is in.
+        if (addFunctions(entry, address, functions) || isAround)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// The functions around an address as the debug information tells; empty without any.
@@ -150,28 +189,19 @@ std::vector<Frame> framesFromDebugInformation(Dwfl_Module* module, Dwarf_Addr ad
 {
     std::vector<Frame> frames;
     Dwarf_Addr bias = 0;
-    Dwarf_Die* const unit = dwfl_module_addrdie(module, address, &bias);
+    Dwarf_Die* const unit = unitOf(module, address, bias);
     if (unit == nullptr)
     {
         return frames;
     }
-    Frame frame = lineOf(module, address);
-    Entries scopes;
-    scopes.findAround(*unit, address - bias);
-    for (Dwarf_Die& scope : scopes)
+    std::vector<Dwarf_Die> functions;
+    addFunctions(*unit, address - bias, functions);
+    Frame frame = lineOf(*unit, address - bias);
+    for (auto function = functions.rbegin(); function != functions.rend(); ++function)
     {
-        const int tag = dwarf_tag(&scope);
-        if (tag != DW_TAG_subprogram && tag != DW_TAG_inlined_subroutine)
-        {
-            continue;
-        }
-        frame.function = functionName(scope);
+        frame.function = functionName(*function);
         frames.push_back(frame);
-        if (tag == DW_TAG_subprogram)
-        {
-            break;
-        }
-        frame = callOf(*unit, scope);
+        frame = callOf(*unit, *function);
     }
     return frames;
 }
@@ -237,7 +267,7 @@ Place Symboliser::find(std::uint64_t returnAddress) const
     place.frames = framesFromDebugInformation(module, call);
     if (place.frames.empty())
     {
-        place.frames.push_back(lineOf(module, call));
+        place.frames.emplace_back();
     }
     if (place.frames.back().function.empty())
     {
