@@ -94,7 +94,8 @@ TEST(CKoPath, joinsTextsAsTheyAre)
     EXPECT_STREQ(path.getString().c_str(), "a//b");
     path /= CKoPath("/c");
     EXPECT_STREQ(path.getString().c_str(), "a//b//c");
-    path /= path;
+    const CKoPath& itself = path;
+    path /= itself;
     EXPECT_STREQ(path.getString().c_str(), "a//b//c/a//b//c");
     EXPECT_EQ(path.getString().length(), 15U);
     path /= path.getString().c_str() + 13;
