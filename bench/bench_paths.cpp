@@ -33,8 +33,7 @@ constexpr const char* PATHS[] = {
     "station.conf",
     "records/2024/03/07/",
     "config/regions/europe/germany/bavaria/munich.conf",
-    "/home/m\xC3\xBCller/stra\xC3\x9F"
-    "en/karte.bin",
+    "/home/m\xC3\xBCller/m\xC3\xBCnster/karte.bin",
     "/opt/application/share/resources/images/background/night/1920x1080.png",
     "/var/log/messages///",
     "data/a",
