@@ -12,6 +12,11 @@
 ///     ANNOUNCE   Announcement    yes    yes
 ///     SAMPLE     Sample          yes    yes
 ///     FINISH     none            yes    no
+///     VALUES     the memory      yes    no
+///     VIEW       none            yes    no
+///
+/// The memory with the newest values comes from the sampler as a reference in the stream, and goes to viewers
+/// as the reply to VIEW, whose status is its size.
 ///
 /// A message is acknowledged by an empty reply once it is kept; the recorder refuses what it does not
 /// understand with `EINVAL`.
@@ -23,7 +28,9 @@ enum Kind : unsigned int
     START = 1,
     ANNOUNCE = 2,
     SAMPLE = 3,
-    FINISH = 4
+    FINISH = 4,
+    VALUES = 5,
+    VIEW = 6
 };
 
 /// No message is shorter, or longer.

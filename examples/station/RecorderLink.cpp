@@ -103,6 +103,10 @@ void RecorderLink::reportConnection()
 
 bool RecorderLink::announce()
 {
+    if (m_values != nullptr && !send(Message::make(Message::VALUES, m_values->memory())))
+    {
+        return false;
+    }
     return std::all_of(m_announcements.begin(), m_announcements.end(),
                        [this](const CKoByteStream& source) { return send(source); });
 }

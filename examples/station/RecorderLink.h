@@ -4,6 +4,7 @@
 
 #include "Message.h"
 #include "Rendezvous.h"
+#include "SharedValues.h"
 #include "pf/containers/TKoVector.h"
 
 /// The sampler's way to whatever recorder there is. Samples wait in a queue until they are acknowledged; when
@@ -21,6 +22,9 @@ public:
 
     /// Makes a source known, before its first sample.
     void addSource(const Message::Announcement& source);
+
+    /// Shares the memory with every recorder.
+    void share(const SharedValues& values) { m_values = &values; }
 
     /// Queues a sample; a full queue loses its oldest one.
     void add(const Message::Sample& sample);
@@ -46,6 +50,7 @@ private:
     Rendezvous m_rendezvous;
     TKoVector<CKoByteStream> m_announcements;
     TKoVector<CKoByteStream> m_queue;
+    const SharedValues* m_values = nullptr;
     Address m_recorder{};
     int m_connection = -1;
     unsigned int m_samples = 0;

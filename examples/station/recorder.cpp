@@ -1,6 +1,7 @@
 // recorder --configuration FILE [--xml]: receives samples, appends them to the file that the configuration
 // names, and prints a report when it is told to finish. It goes on with the file that another recorder
-// left behind. Where it receives is told in a file of the configuration's directory.
+// left behind. It hands the memory with the newest values, which it has from the sampler, on to viewers.
+// Where it receives is told in a file of the configuration's directory.
 //
 // Exit status: 0 = the report was printed, 2 = nobody sent anything for too long, or there was no channel,
 // no file to record in, or no configuration.
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -20,6 +22,7 @@
 #include "Rendezvous.h"
 #include "ReportWriter.h"
 #include "Settings.h"
+#include "SharedValues.h"
 #include "pf/oswrapper/KoChannelAccess.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
 #include "pf/oswrapper/KoSyslog.h"
@@ -62,12 +65,15 @@ public:
 private:
     bool receive(Received& message) const;
     bool answer(const Received& message);
+    void takeMemory(const Received& message);
+    void giveMemory(const Received& message) const;
     Ledger::Outcome takeFromSampler(const CKoByteStream& message);
 
     int m_channel;
     bool m_isFinished = false;
     Ledger& m_ledger;
     RecordWriter& m_file;
+    SharedValues m_values; ///< of the last sampler that has sent them
 };
 
 bool Recorder::run()
@@ -105,6 +111,18 @@ bool Recorder::answer(const Received& message)
         m_isFinished = KoPlatform::MsgReply(message.id, 0, nullptr, 0) == 0;
         return true;
     }
+    const unsigned int kind = Message::kindOf(CKoByteStream(message.content));
+    switch (kind)
+    {
+    case Message::VALUES:
+        takeMemory(message);
+        return true;
+    case Message::VIEW:
+        giveMemory(message);
+        return true;
+    default:
+        break;
+    }
     const Ledger::Outcome outcome = takeFromSampler(message.content);
     if (outcome == Ledger::Outcome::NOT_UNDERSTOOD)
     {
@@ -115,8 +133,42 @@ bool Recorder::answer(const Received& message)
     {
         return false;
     }
+    if (outcome == Ledger::Outcome::TAKEN && kind == Message::SAMPLE)
+    {
+        m_values.countKept();
+    }
     KoPlatform::MsgReply(message.id, 0, nullptr, 0);
     return true;
+}
+
+void Recorder::takeMemory(const Received& message)
+{
+    const CKoByteStream content(message.content);
+    SharedValues::Reference memory;
+    Message::kindOf(content);
+    content >> memory;
+    SharedValues values(memory);
+    if (!values.isUsable())
+    {
+        KoPlatform::MsgError(message.id, EINVAL);
+        return;
+    }
+    m_values = std::move(values);
+    KoPlatform::MsgReply(message.id, 0, nullptr, 0);
+}
+
+/// A viewer that is killed before it has read the reference leaves it to be settled at the end.
+void Recorder::giveMemory(const Received& message) const
+{
+    if (!m_values.isUsable())
+    {
+        KoPlatform::MsgError(message.id, ENODATA);
+        return;
+    }
+    CKoByteStream answer;
+    answer << m_values.memory();
+    const int size = static_cast<int>(answer.length());
+    KoPlatform::MsgReply(message.id, size, answer.getData(), size);
 }
 
 Ledger::Outcome Recorder::takeFromSampler(const CKoByteStream& message)

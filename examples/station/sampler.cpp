@@ -1,7 +1,7 @@
 // sampler --configuration FILE: reads figures of the system, each at its own period, and sends every sample
 // to the recorder that the directory's file tells of. A recorder that ends is reported, and its successor
-// gets what was not acknowledged. After the given time the recorder is told to finish. Directory, time and
-// sources are those of the configuration.
+// gets what was not acknowledged. The newest values lie in memory that recorder and viewers share. After the
+// given time the recorder is told to finish. Directory, time and sources are those of the configuration.
 //
 // Exit status: 0 = everything was acknowledged, 2 = no recorder took the rest, or there is no configuration.
 
@@ -15,6 +15,7 @@
 #include "CommandLine.h"
 #include "RecorderLink.h"
 #include "Settings.h"
+#include "SharedValues.h"
 #include "pf/oswrapper/CLogicalTimer.h"
 #include "pf/oswrapper/CLogicalTimerManager.h"
 #include "pf/oswrapper/KoOperatingSystem.h"
@@ -38,10 +39,14 @@ std::int64_t now()
 class Probe final : public CLogicalTimer
 {
 public:
-    Probe(CLogicalTimerManager& manager, const Source& source, RecorderLink& link, const CKoDateAndTime& run)
+    /// Its values go to the row of this index.
+    Probe(CLogicalTimerManager& manager, const Source& source, RecorderLink& link, SharedValues& values,
+          unsigned int row, const CKoDateAndTime& run)
         : CLogicalTimer(manager)
         , m_source(source)
         , m_link(link)
+        , m_values(values)
+        , m_row(row)
         , m_run(run)
     {
         link.addSource({run, source.name, source.unit, source.periodMs});
@@ -58,6 +63,8 @@ private:
 
     Source m_source;
     RecorderLink& m_link;
+    SharedValues& m_values;
+    unsigned int m_row;
     CKoDateAndTime m_run;
     unsigned int m_samples = 0;
     std::int64_t m_expiry = 0; ///< on the grid that begins with the start of the timer
@@ -74,6 +81,7 @@ void Probe::onTimeout()
         KoSyslog::logMsg(MODULE, KoSyslog::Warning, "nothing to read in %s", m_source.path.c_str());
         return;
     }
+    m_values.set(m_row, *value);
     m_link.add({taken, m_source.name, *value, m_run, m_samples++, lateness});
 }
 
@@ -91,14 +99,14 @@ private:
     bool m_isOver = false;
 };
 
-void sample(const Settings& settings, RecorderLink& link)
+void sample(const Settings& settings, RecorderLink& link, SharedValues& values)
 {
     CLogicalTimerManager manager(POLL_MS, false);
     const CKoDateAndTime run = Message::wallClock();
     std::list<Probe> probes; // timers stay where they are
     for (const Source& source : settings.sources)
     {
-        probes.emplace_back(manager, source, link, run);
+        probes.emplace_back(manager, source, link, values, static_cast<unsigned int>(probes.size()), run);
     }
     RunTime runTime(manager);
     runTime.start(settings.seconds * 1000U, true);
@@ -140,9 +148,16 @@ int run()
         return FAILED;
     }
 
+    SharedValues values = SharedValues::begin(settings->sources);
     RecorderLink link(settings->directory);
-    sample(*settings, link);
-    if (!finish(link))
+    if (values.isUsable())
+    {
+        link.share(values);
+    }
+    sample(*settings, link, values);
+    const bool isFinished = finish(link);
+    values.end();
+    if (!isFinished)
     {
         std::fprintf(stderr, "sampler: no recorder took the rest\n");
         return FAILED;
