@@ -1,8 +1,11 @@
 """Pretty printers of gdb for the types of sys_vanta.
 
 gdb loads this file by itself with the library, when it lies beside it (as LIBRARY-gdb.py) in a directory that
-`auto-load safe-path` allows. Nothing here calls a function of the process, so that core files are shown as well.
+`auto-load safe-path` allows. Nothing here calls a function of the process, so that core files are shown as well, and
+an object that is not constructed yet is shown as what its memory happens to hold.
 """
+
+import re
 
 import gdb
 import gdb.printing
@@ -23,7 +26,7 @@ def member_type(value, name):
 def hex_bytes(address, count):
     """The first bytes of a block."""
     shown = min(count, MAX_BYTES)
-    if shown == 0:
+    if shown <= 0:
         return ""
     memory = gdb.selected_inferior().read_memory(int(address), shown)
     text = " ".join("%02X" % byte[0] for byte in memory)
@@ -43,7 +46,7 @@ class StringPrinter:
     def to_string(self):
         data = self.value["m_data"]
         if int(data) == 0:
-            return "<destroyed>"
+            return "<not constructed>"
         offset = data.dereference()["sentinel"].address.cast(gdb.lookup_type("char").pointer()) + 1
         return offset.lazy_string("UTF-8", int(data["byteLength"]))
 
@@ -113,12 +116,16 @@ class VectorPrinter(SequencePrinter):
         self.value = value
         self.base = base
 
+    def standard(self):
+        """The printer of the base; knows the packed vector of bool, too."""
+        return gdb.default_visualizer(self.base)
+
     def elements(self):
-        standard = gdb.default_visualizer(self.base)  # knows the packed vector of bool, too
-        return [] if standard is None else [element for _, element in standard.children()]
+        return () if self.standard() is None else (element for _, element in self.standard().children())
 
     def size(self):
-        return len(self.elements())
+        length = None if self.standard() is None else re.search(r"length (\d+)", self.standard().to_string())
+        return int(length.group(1)) if length else 0
 
 
 class MapPrinter(VectorPrinter):
@@ -240,7 +247,7 @@ class MemoryBufferPrinter:
     def to_string(self):
         data = self.value["m_data"]
         if int(data) == 0:
-            return "<destroyed>"
+            return "<not constructed>"
         size, references = int(data["size"]), int(data["refCount"])
         shared = " shared by %d" % references if references > 1 and size > 0 else ""
         return plural(size, "byte") + shared + hex_bytes(data["data"], size)
