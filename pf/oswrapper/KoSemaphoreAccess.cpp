@@ -138,7 +138,7 @@ int giveInside(SEMHANDLE& h)
     }
     const bool mustWake = giveUnits(h, 1U) && hasWaiters(h);
     const int leaveError = leaveSemaphore(h);
-    return mustWake ? KoPlatform::pthread_cond_signal(&h.condition) : leaveError;
+    return mustWake ? wakeWaiter(h) : leaveError;
 }
 
 /// Wakes a waiter that came while a unit was given to nobody. It may be on its way into its sleep, which it
@@ -149,7 +149,7 @@ int wakeNewcomer(SEMHANDLE& h)
     {
         leaveSemaphore(h);
     }
-    return KoPlatform::pthread_cond_signal(&h.condition);
+    return wakeWaiter(h);
 }
 
 } // namespace

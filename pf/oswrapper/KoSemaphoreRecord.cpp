@@ -79,6 +79,11 @@ bool hasWaiters(const SEMHANDLE& h)
     return __atomic_load_n(&h.waiters, __ATOMIC_SEQ_CST) != 0U;
 }
 
+int wakeWaiter(SEMHANDLE& h)
+{
+    return wakeAnyWaiter(h.condition);
+}
+
 void beginWait(SEMHANDLE& h)
 {
     __atomic_fetch_add(&h.waiters, 1U, __ATOMIC_SEQ_CST);
@@ -103,7 +108,7 @@ SWaitResult sleepInSemaphore(SEMHANDLE& h, unsigned long long deadlineNs)
     if (relockError != 0)
     {
         // The wake-up that this thread may have got goes to another one, and the unit with it.
-        pthread_cond_signal(&h.condition);
+        wakeWaiter(h);
         return SWaitResult{relockError, false};
     }
     wakeAfterTakeover(h);

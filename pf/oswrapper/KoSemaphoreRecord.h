@@ -27,6 +27,10 @@ bool giveUnits(KoOSTypes::SEMHANDLE& h, unsigned int units);
 /// Whether threads wait, or a killed one counts as waiting.
 bool hasWaiters(const KoOSTypes::SEMHANDLE& h);
 
+/// Wakes a waiter, if there is one. Who takes a unit without having slept needs no wake-up, so it does not
+/// matter whom this one reaches. \return 0 or an error number.
+int wakeWaiter(KoOSTypes::SEMHANDLE& h);
+
 /// How a wait inside of the record ended.
 struct SWaitResult
 {

@@ -39,7 +39,8 @@ unsigned int waiters(const _sync& condition)
 int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long deadlineNs)
 {
     const bool shared = isShared(condition);
-    const unsigned long long lookNs = shared ? std::min(deadlineNs, futexClockNow() + LOOK_NS) : deadlineNs;
+    const unsigned long long lookNs =
+        shared ? std::min(deadlineNs, futexClockNow() + LOOK_NS) : deadlineNs;
     int error = 0;
     while (error == 0 && ownerWord(condition) == sequence)
     {
@@ -96,6 +97,18 @@ int waitForCondition(_sync& condition, _sync& mutex, const ConditionDeadlines& d
         restoreMutex(mutex, lockedAgain);
     }
     return error;
+}
+
+int wakeAnyWaiter(_sync& condition)
+{
+    if (waiters(condition) == 0U)
+    {
+        return 0;
+    }
+    // Relaxed: a waiter that sees it looks by the mutex. Others may have added meanwhile, which wakes as
+    // well.
+    __atomic_fetch_add(&condition.owner, 2U, __ATOMIC_RELAXED);
+    return futexWake(&condition.owner, 1, isShared(condition));
 }
 
 int pthread_condattr_init(SyncAttributes* attributes)

@@ -66,4 +66,9 @@ struct ConditionDeadlines
 /// `ECANCELED`, without the mutex, when the thread is to end, which is left to the caller.
 int waitForCondition(_sync& condition, _sync& mutex, const ConditionDeadlines& deadlines, int& relockError);
 
+/// As pthread_cond_signal, at half its cost, for callers to whom it does not matter if a thread is woken that
+/// began to wait at this very moment: whoever it is looks at what has changed, and what it leaves is not
+/// lost.
+int wakeAnyWaiter(_sync& condition);
+
 } // namespace KoPlatform
