@@ -39,8 +39,7 @@ unsigned int waiters(const _sync& condition)
 int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long deadlineNs)
 {
     const bool shared = isShared(condition);
-    const unsigned long long lookNs =
-        shared ? std::min(deadlineNs, futexClockNow() + LOOK_NS) : deadlineNs;
+    const unsigned long long lookNs = shared ? std::min(deadlineNs, futexClockNow() + LOOK_NS) : deadlineNs;
     int error = 0;
     while (error == 0 && ownerWord(condition) == sequence)
     {

@@ -156,7 +156,7 @@ TEST(KillStorm, LeavesSemaphoresAndBarriersUsableForTheOthers)
         const timespec pause = {0, static_cast<long>(random() % 200000U)};
         nanosleep(&pause, nullptr);
         const auto killed = std::chrono::steady_clock::now();
-        for (unsigned int left = random() % 12U + 1U; left > 0U; --left, ++kills)
+        for (auto left = random() % 12U + 1U; left > 0U; --left, ++kills)
         {
             const auto victim = static_cast<int>(random() % Arena::WORKERS);
             end(workers[victim]);
