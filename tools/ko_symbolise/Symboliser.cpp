@@ -22,12 +22,14 @@ std::string textOf(const char* text)
     return text == nullptr ? std::string() : std::string(text);
 }
 
-/// A readable name; other names than those of C++ stay as they are.
+/// A readable name; names that are not C++'s stay as they are, also those that would read as a type of it.
 std::string demangled(const char* name)
 {
+    const std::string symbol = textOf(name);
     int status = 0;
-    char* const readable = name == nullptr ? nullptr : abi::__cxa_demangle(name, nullptr, nullptr, &status);
-    const std::string result = textOf(readable == nullptr ? name : readable);
+    char* const readable =
+        symbol.compare(0, 2, "_Z") == 0 ? abi::__cxa_demangle(name, nullptr, nullptr, &status) : nullptr;
+    const std::string result = readable == nullptr ? symbol : readable;
     std::free(readable);
     return result;
 }
