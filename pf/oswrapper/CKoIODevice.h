@@ -19,7 +19,7 @@ class KO_EXPORT CKoIODevice
 {
 public:
     /// How a device is opened. With CLOEXEC started programs do not inherit the descriptor.
-    enum AccessMode
+    enum AccessMode : int
     {
         READ_ONLY,
         READ_ONLY_CLOEXEC,

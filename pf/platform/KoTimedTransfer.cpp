@@ -211,31 +211,47 @@ private:
     std::size_t m_piece = SSIZE_MAX;
 };
 
-/// Moves data until all (for a read: any) of it is through, an end, a failure or the deadline comes. \return
-/// 0 or an error number. \param moved receives the bytes.
+/// What follows a step that failed. \param isInterrupted receives whether the step has been interrupted after
+/// the deadline. \return 0 to try again, or an error number.
+int recover(const End& end, int error, unsigned long long deadlineNs, bool& isInterrupted)
+{
+    if (error == EINTR)
+    {
+        // A file that is ready may be interrupted before it has begun, so the last look is taken twice.
+        const bool isOver = monotonicNow() >= deadlineNs;
+        const bool isSecond = isInterrupted;
+        isInterrupted = isOver;
+        return isOver && isSecond ? ETIMEDOUT : 0;
+    }
+    return error == EAGAIN && !end.isNonBlocking() ? end.waitUntil(deadlineNs) : error;
+}
+
+/// Moves data until all (for a read: any) of it is through, or an end, a failure or the deadline comes.
+/// \param moved receives the bytes. \return 0 or an error number.
 int move(End& end, char* data, std::size_t size, Direction direction, unsigned long long deadlineNs,
          std::size_t& moved)
 {
+    bool isInterrupted = false;
     for (;;)
     {
         const ssize_t step = end.transfer(data + moved, size - moved);
-        if (step >= 0)
+        if (step == -1)
         {
-            moved += static_cast<std::size_t>(step);
-            if (step == 0 || moved == size || direction == Direction::READ)
+            const int error = recover(end, errno, deadlineNs, isInterrupted);
+            if (error != 0)
             {
-                return 0;
+                return error;
             }
             continue;
         }
-        if (errno != EAGAIN || end.isNonBlocking())
+        moved += static_cast<std::size_t>(step);
+        if (step == 0 || moved == size || direction == Direction::READ)
         {
-            return errno;
+            return 0;
         }
-        const int error = end.waitUntil(deadlineNs);
-        if (error != 0)
+        if (monotonicNow() >= deadlineNs)
         {
-            return error;
+            return ETIMEDOUT;
         }
     }
 }
