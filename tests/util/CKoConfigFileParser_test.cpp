@@ -297,6 +297,12 @@ TEST_F(CKoConfigFileParserTest, endsAtAReadErrorAndGoesOnAfterAnInterruption)
         EXPECT_EQ(linesOfFile(m_directory.file("file")), whole) << "in short pieces";
         EXPECT_EQ(interrupted.failed(), 3U);
     }
+    m_directory.write("short", "[net]\nno line end");
+    {
+        const KoTest::FailingCall third(KoTest::FAULT_READ, EIO, 1, 2);
+        EXPECT_THAT(linesOfFile(m_directory.file("short")), ElementsAre("1:2:no line end"));
+        EXPECT_EQ(third.failed(), 0U) << "the end of a terminal is seen once";
+    }
     const KoTest::FailingCall failing(KoTest::FAULT_READ, EIO, 1000, 1, 100);
     const Lines lines = linesOfFile(m_directory.file("file"));
     EXPECT_EQ(failing.failed(), 1U) << "not read again";
