@@ -105,7 +105,7 @@ TEST(CKoBarrier, BreaksACycleAndNeedsAllParticipantsInTheNext)
 
 TEST(CKoBarrier, StrandsNobodyWhoArrivesWhileACycleIsBroken)
 {
-    const int breaks = slowness() == 1 ? 3000 : 200;
+    const int breaks = slowness() == 1 ? 1000 : 100;
     CKoBarrier barrier(3U);
     std::atomic<bool> ends{false};
     std::atomic<long> passed[3] = {};
