@@ -1,6 +1,7 @@
 #include "pf/oswrapper/KoSharedMemoryAccess.h"
 
 #include "pf/platform/KoFailure.h"
+#include "pf/platform/KoPlatformClose.h"
 #include "pf/platform/KoPlatformSharedMemory.h"
 
 #include <sys/mman.h>
@@ -143,10 +144,9 @@ bool unmap(void* address, unsigned int size)
     return ::munmap(address, size) == 0;
 }
 
-/// An interrupted close has closed, and is not repeated.
 bool close(int descriptor)
 {
-    return ::close(descriptor) == 0 || errno == EINTR;
+    return KoPlatform::close(descriptor) == 0;
 }
 
 /// An error that says that the name exists is none of a removal.

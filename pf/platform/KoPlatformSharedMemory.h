@@ -37,9 +37,9 @@ enum class SharedMemoryResult
 };
 
 /// Makes a new object that has its size, and its first word, before it gets its name: whoever finds the name
-/// finds an object that is complete. Whatever happens in between, and if the process is killed, no name is
-/// left behind. \param mode the permission bits, less the process's mask. \param firstWord what the object
-/// begins with; null for zeros. \param descriptor set when MADE, -1 otherwise.
+/// finds an object that is complete. Whatever happens in between, and if the process is killed, that name is
+/// not left behind. \param mode the permission bits, less the process's mask. \param firstWord what the
+/// object begins with; null for zeros. \param descriptor set when MADE, -1 otherwise.
 KO_EXPORT SharedMemoryResult shm_make(const char* name, mode_t mode, unsigned int size,
                                       const unsigned int* firstWord, int& descriptor);
 

@@ -274,6 +274,33 @@ TEST(CKoReferencedSharedMemory, LetsASupervisorRemoveWhatOnlyTheDeadHaveCounted)
     EXPECT_FALSE(name.exists());
 }
 
+TEST(CKoReferencedSharedMemory, IsWholeOrNotThereWhenAProcessThatMakesAndDropsItIsKilled)
+{
+    std::mt19937 random(1);
+    const ObjectName name;
+    auto& made = KoTest::makeShared<std::atomic<unsigned int>>();
+    int left = 0;
+    for (unsigned int round = 0; round < 300 / KoTest::slowness(); ++round)
+    {
+        made = 0;
+        KoTest::Peer peer(KoTest::IN_PROCESS,
+                          [&]
+                          {
+                              for (;; ++made)
+                                  Memory::create(name, SIZE);
+                          });
+        const auto enough = random() % 50U;
+        EXPECT_TRUE(KoTest::waitUntil([&] { return made > enough; }));
+        peer.kill();
+        peer.join();
+        left += name.exists() ? 1 : 0;
+        EXPECT_TRUE(!name.exists() || name.size() == SIZE + 4);
+        EXPECT_TRUE(!name.exists() || Memory::removeAbandoned(name));
+    }
+    EXPECT_FALSE(name.exists());
+    EXPECT_GT(left, 0) << "none was killed in between";
+}
+
 TEST(CKoReferencedSharedMemory, CannotBeOpenedWhileASupervisorHasClaimedIt)
 {
     const ObjectName name;
