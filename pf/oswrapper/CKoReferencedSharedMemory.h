@@ -22,7 +22,8 @@ class IKoOStream;
 /// is on its way out: it cannot be opened, even in the moment that its name is still there.
 ///
 /// Construction that does not find what it was asked for is logged and reported; the object then has no
-/// data. Not copyable. Any thread may use the data and the pointers.
+/// data. Not copyable. Any thread may use the data and the pointers. A forked child has its parent's objects
+/// without having counted them: it must not let go of them.
 ///
 /// **When a process is killed** the references that it counted stay counted, and so does one in a stream that
 /// nobody will read: the count never gets to 0 and the name stays. A supervisor can tell that no live process

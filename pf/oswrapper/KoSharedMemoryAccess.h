@@ -31,7 +31,7 @@ enum MapFlags : unsigned int
     MAP_WRITE_ONLY = 1,
     MAP_READ_WRITE = 2,
     MAP_ZEROED = 0x100, ///< to be added: new pages are zero, which they are on a host anyway
-    MAP_LAZY = 0x200    ///< to be added: memory on first touch; a host does so in any case
+    MAP_LAZY = 0x200    ///< to be added: memory on first touch; a host sets it aside with the size
 };
 
 /// Opens or creates an object for reading and writing. A created one has the permission bits 0777 less the

@@ -96,6 +96,33 @@ TEST(CKoSharedMemory, LogsWhatCannotBeOpenedOrMapped)
     }
 }
 
+TEST(CKoSharedMemory, ReportsAMappingThatCannotGoOrCome)
+{
+    KO_SKIP_WITHOUT_FAULT_INJECTION();
+    const ObjectName name;
+    const std::string text = name.c_str();
+    const KoTest::LogCapture log;
+    const KoTest::AssertionCounter assertions(3);
+    {
+        CKoSharedMemory memory(name, PAGE);
+        EXPECT_TRUE(map(memory));
+        const KoTest::FailingCall refused(KoTest::FAULT_UNMAP, EINVAL);
+        memory.unmap();
+        EXPECT_EQ(memory.getAddress(), nullptr);
+        memory.unlink();
+    }
+    {
+        const KoTest::FailingCall refused(KoTest::FAULT_MAP, ENOMEM);
+        EXPECT_FALSE(CKoReferencedSharedMemory::create(name, PAGE));
+        EXPECT_FALSE(name.exists());
+    }
+    EXPECT_EQ(log.texts(ERROR),
+              (std::vector<std::string>{"Unable to remove file mapping (" + text +
+                                            ") from address space: Invalid argument",
+                                        "Unable to map file " + text + " to memory: Cannot allocate memory",
+                                        "Could not create shared memory " + text}));
+}
+
 TEST(CKoSharedMemory, ReportsAMissingName)
 {
     CKoSharedMemory nameless(nullptr, PAGE);
