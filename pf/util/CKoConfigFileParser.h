@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Reads a line-oriented text file that is divided into named sections, and hands each line of a section to
 /// the callback registered for it:
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A file read and written through a buffered stream of the C library, for many small pieces. Transfers that
 /// have a limit in time, positioning and truncation are what CKoFileHandle is for.
 ///

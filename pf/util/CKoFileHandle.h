@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// One open file, device, pipe or socket, read and written without a buffer in between, each transfer with a
 /// limit in time if wanted. For many small pieces of a plain file a buffered stream (CKoFILEDevice) is the
 /// better choice.

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A range of a file, read as memory; without a file, fresh memory from the platform.
 ///
 ///     CKoMemoryMappedFile map(path);

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// A file-system path: a text with the operations of paths. It never looks at the file system; the file
 /// classes take their paths as CKoPath.
 ///

@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Reading directories entry by entry, as if signals did not exist.
 ///
 ///     DIR* directory = vanta_qnx_safe_opendir("/tmp");
