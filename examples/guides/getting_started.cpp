@@ -54,9 +54,9 @@ int main()
     litres.insert("inlet", 0);
     litres.insert("Rücklauf", 100);
 
-    CLogicalTimerManager manager(1000, false); // waits at most a second
+    CLogicalTimerManager manager(1000, false); // waits at most 1000 ms; used by this thread only
     Meter meter(manager, litres);
-    meter.start(10, false);
+    meter.start(10, false); // every 10 ms, not once
     while (meter.readings() < 3)
     {
         manager.performWork();
