@@ -8,7 +8,9 @@
 #include "pf/platform/KoPlatformRetry.h"
 #include "pf/util/TKoErrnoSafeFunction.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 
 #include <fcntl.h>
 #include <sys/types.h>
@@ -70,6 +72,13 @@ bool isBuffer(const void* buffer, unsigned int size)
         return false;
     }
     return true;
+}
+
+/// The most that one transfer is asked for: its count has to fit into an int.
+unsigned int pieceOf(unsigned int size)
+{
+    constexpr unsigned int LARGEST = INT_MAX;
+    return std::min(size, LARGEST);
 }
 
 /// What a caller is told: 0 is the end of the file or the end of the time, and `errno` says which.
@@ -135,7 +144,8 @@ int CKoFileHandle::read(void* buffer, unsigned int size, int timeoutMs)
     {
         return -1;
     }
-    return resultOf(Transfers(timeoutMs).make([&] { return KoPlatform::read(m_descriptor, buffer, size); }));
+    return resultOf(
+        Transfers(timeoutMs).make([&] { return KoPlatform::read(m_descriptor, buffer, pieceOf(size)); }));
 }
 
 int CKoFileHandle::write(const void* buffer, unsigned int size, int timeoutMs)
@@ -144,7 +154,8 @@ int CKoFileHandle::write(const void* buffer, unsigned int size, int timeoutMs)
     {
         return -1;
     }
-    return resultOf(Transfers(timeoutMs).make([&] { return KoPlatform::write(m_descriptor, buffer, size); }));
+    return resultOf(
+        Transfers(timeoutMs).make([&] { return KoPlatform::write(m_descriptor, buffer, pieceOf(size)); }));
 }
 
 bool CKoFileHandle::writeN(const void* buffer, unsigned int size, int timeoutMs)
@@ -159,8 +170,8 @@ bool CKoFileHandle::writeN(const void* buffer, unsigned int size, int timeoutMs)
     ssize_t count = 0;
     while (written < size)
     {
-        count =
-            transfers.make([&] { return KoPlatform::write(m_descriptor, bytes + written, size - written); });
+        count = transfers.make(
+            [&] { return KoPlatform::write(m_descriptor, bytes + written, pieceOf(size - written)); });
         if (count <= 0)
         {
             break; // a device that takes nothing would be asked for ever

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -261,6 +262,22 @@ TEST(CKoFileHandle, ReportsAFullDeviceAndKeepsWhatFitted)
             });
         EXPECT_TRUE(directory.read("file") == bytes.substr(0, 10000));
     }
+}
+
+TEST(CKoFileHandle, CountsWhatAnIntHoldsOfATransferThatIsLarger)
+{
+    if (sizeof(void*) == 4 || slowness() != 1)
+        GTEST_SKIP() << "no room for so many bytes, or somebody looks at each of them";
+    constexpr unsigned int SIZE = 0xF0000000U;
+    void* const bytes = mmap(nullptr, SIZE, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(bytes, MAP_FAILED);
+    CKoFileHandle file("/dev/null", O_WRONLY);
+    for (const int timeoutMs : {-1, 60000})
+    {
+        EXPECT_GT(file.write(bytes, SIZE, timeoutMs), 1 << 30U);
+        EXPECT_TRUE(file.writeN(bytes, SIZE, timeoutMs));
+    }
+    EXPECT_EQ(munmap(bytes, SIZE), 0);
 }
 
 } // namespace
