@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cerrno>
-#include <utility>
 
 /// Results below 0 are failures.
 struct CKoLtNullComp
@@ -41,10 +40,11 @@ public:
     template <class... Arguments>
     auto operator()(Arguments&&... arguments) const
     {
+        // Not forwarded: the next try needs what a parameter could take with it.
         const auto attempt = [&]
         {
             errno = 0;
-            return m_function(std::forward<Arguments>(arguments)...);
+            return m_function(arguments...);
         };
         auto result = attempt();
         while (Comp()(result) && errno == EINTR)
