@@ -83,63 +83,6 @@ extern "C" int unlinkat(int directory, const char* name, int flags) noexcept
 namespace
 {
 
-/// Reads a directory to its end.
-template <typename Entry>
-std::set<std::string> namesBy(int (*readEntry)(DIR*, Entry*, Entry**), const std::string& path)
-{
-    std::set<std::string> names;
-    DIR* const directory = vanta_qnx_safe_opendir(path.c_str());
-    Entry entry{};
-    Entry* found = &entry;
-    while (readEntry(directory, &entry, &found) == 0 && found == &entry)
-        EXPECT_TRUE(names.insert(entry.d_name).second);
-    EXPECT_EQ(found, nullptr);
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(vanta_qnx_safe_closedir(directory), 0);
-    return names;
-}
-
-TEST(KoDirectory, ReadsEveryEntryOnceThroughInterruptions)
-{
-    const TemporaryDirectory directory;
-    std::set<std::string> names = {".", ".."};
-    EXPECT_EQ(namesBy(vanta_qnx_safe_readdir_r, directory.path()), names);
-    EXPECT_EQ(namesBy(vanta_qnx_safe_readdir64_r, directory.path()), names);
-
-    names.insert({std::string(255, 'n'), "\xFF is no UTF-8"});
-    for (int i = 0; i < 500; ++i)
-        names.insert("entry" + std::to_string(i));
-    for (const std::string& name : names)
-        if (name[0] != '.')
-            directory.write(name, "");
-    const std::ptrdiff_t before = openDescriptors();
-    const SignalStorm storm(SignalStorm::CALLING_THREAD, 200);
-    EXPECT_EQ(namesBy(vanta_qnx_safe_readdir_r, directory.path()), names);
-    EXPECT_EQ(namesBy(vanta_qnx_safe_readdir64_r, directory.path()), names);
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST(KoDirectory, RefusesWhatIsNoDirectoryAndNothing)
-{
-    EXPECT_EQ(errorOf([] { return vanta_qnx_safe_opendir("/dev/null") != nullptr; }), ENOTDIR);
-    EXPECT_EQ(errorOf([] { return vanta_qnx_safe_opendir(nullptr) != nullptr; }), EINVAL);
-    EXPECT_EQ(errorOf([] { return vanta_qnx_safe_closedir(nullptr) == 0; }), EINVAL);
-    DIR* const directory = vanta_qnx_safe_opendir("/");
-    dirent entry{};
-    dirent* found = &entry;
-    dirent64 entry64{};
-    dirent64* found64 = &entry64;
-    EXPECT_EQ(vanta_qnx_safe_readdir_r(directory, nullptr, &found), EINVAL);
-    EXPECT_EQ(vanta_qnx_safe_readdir_r(directory, &entry, nullptr), EINVAL);
-    EXPECT_EQ(vanta_qnx_safe_readdir_r(nullptr, &entry, &found), EINVAL);
-    EXPECT_EQ(found, nullptr);
-    errno = EDOM;
-    EXPECT_EQ(vanta_qnx_safe_readdir64_r(directory, nullptr, &found64), EDOM);
-    EXPECT_EQ(vanta_qnx_safe_readdir64_r(directory, &entry64, nullptr), EDOM);
-    EXPECT_EQ(found64, &entry64);
-    EXPECT_EQ(vanta_qnx_safe_closedir(directory), 0);
-}
-
 TEST(KoFileOperations, RenamesLinksAndRemoves)
 {
     const TemporaryDirectory directory;
