@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+static_assert(sizeof(CKoFileStatus) == 120, "the same on every target");
+
 namespace
 {
 
