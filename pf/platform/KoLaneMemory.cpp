@@ -1,5 +1,6 @@
 #include "pf/platform/KoLaneMemory.h"
 
+#include "pf/platform/KoFileLimit.h"
 #include "pf/platform/KoLocalSocket.h"
 #include "pf/platform/KoPlatformRetry.h"
 
@@ -7,7 +8,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,14 +31,6 @@ std::size_t areaFor(std::size_t bytes) noexcept
         size *= 2U;
     }
     return size >= bytes ? size : (bytes + AREA_STEP - 1U) / AREA_STEP * AREA_STEP;
-}
-
-/// Whether the process may have a file of that size. To try would raise a signal that ends it.
-bool isWithinFileLimit(off_t size) noexcept
-{
-    rlimit limit;
-    return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
-           static_cast<rlim_t>(size) <= limit.rlim_cur;
 }
 
 bool isSealed(int descriptor) noexcept

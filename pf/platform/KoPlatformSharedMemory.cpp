@@ -2,6 +2,7 @@
 
 #include "pf/oswrapper/KoErrnoGuard.h"
 #include "pf/platform/KoFailure.h"
+#include "pf/platform/KoFileLimit.h"
 #include "pf/platform/KoPlatformClock.h"
 #include "pf/platform/KoPlatformRetry.h"
 #include "pf/platform/KoSharedMemoryDraft.h"
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,20 +21,14 @@ namespace
 using KoPlatform::failWith;
 using KoPlatform::repeatInterrupted;
 
-/// Memory is set aside in steps, because a signal undoes the step that it interrupts.
-constexpr off_t RESERVE_STEP = off_t(1) << 20U;
+/// Memory is set aside in steps, because a signal undoes the step that it interrupts. A step takes
+/// microseconds: less than the time between two signals also where they come often and the machine is slow.
+constexpr off_t RESERVE_STEP = off_t(64) << 10U;
+static_assert(sizeof(off_t) == 8, "sizes up to 4 GiB");
 
 /// How long a mark waits for somebody who has claimed the object, which takes microseconds unless that
 /// process is stopped.
 constexpr unsigned long long CLAIM_PATIENCE_NS = 1000000000ULL;
-
-/// Whether the process may have a file of that size. To try would raise a signal that ends it.
-bool isWithinFileLimit(off_t size)
-{
-    rlimit limit;
-    return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
-           static_cast<rlim_t>(size) <= limit.rlim_cur;
-}
 
 /// Sets memory aside without changing the size. A file system that cannot do so is taken as it is.
 bool reserve(int descriptor, off_t size)
