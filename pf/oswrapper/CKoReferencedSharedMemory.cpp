@@ -9,6 +9,7 @@
 #include "pf/stream/KoStreamOperators.h"
 
 #include <cstring>
+#include <limits>
 
 static_assert(sizeof(CKoReferencedSharedMemory) == sizeof(CKoThreadSafeRefCounter) + 3 * sizeof(void*),
               "memory, counter, data");
@@ -25,16 +26,23 @@ constexpr unsigned int COUNT_SIZE = sizeof(unsigned int);
 /// A name with a leading slash.
 constexpr unsigned int MAX_NAME_LENGTH = KoPlatform::SHARED_MEMORY_NAME_MAX + 1;
 
-/// Takes a reference to an object that somebody else still has: from 0 there is no way back, because who got
-/// there removes the name. Relaxed as every counting up; what the object holds is ordered by its users.
-bool incrementUnlessZero(unsigned int& counter)
+/// Whether the count can go up. From 0 there is no way back, because who got there removes the name; the most
+/// would become 0 while the object is in use.
+bool isCountable(unsigned int count)
+{
+    return count != 0U && count != std::numeric_limits<unsigned int>::max();
+}
+
+/// Takes a reference to an object that somebody else still has. Relaxed as every counting up; what the object
+/// holds is ordered by its users.
+bool takeShared(unsigned int& counter)
 {
     unsigned int count = __atomic_load_n(&counter, __ATOMIC_RELAXED);
-    while (count != 0U && !__atomic_compare_exchange_n(&counter, &count, count + 1U, true, __ATOMIC_RELAXED,
-                                                       __ATOMIC_RELAXED))
+    while (isCountable(count) && !__atomic_compare_exchange_n(&counter, &count, count + 1U, true,
+                                                              __ATOMIC_RELAXED, __ATOMIC_RELAXED))
     {
     }
-    return count != 0U;
+    return isCountable(count);
 }
 
 const char* textOf(const char* name)
@@ -42,17 +50,17 @@ const char* textOf(const char* name)
     return name != nullptr ? name : "???";
 }
 
-/// Reads as many bytes as a name has. \return false when it cannot be a name, or is not all there.
-bool readName(const IKoIStream& stream, char (&name)[MAX_NAME_LENGTH + 1])
+/// Reads a record, whose name may be empty. \return false when its name cannot be, or it is not all there.
+bool readRecord(const IKoIStream& stream, char (&name)[MAX_NAME_LENGTH + 1], unsigned int& size)
 {
     unsigned int length = 0;
     stream >> length;
-    if (length == 0U || length > MAX_NAME_LENGTH || stream.read(name, length) != length)
+    if (length > MAX_NAME_LENGTH || stream.read(name, length) != length)
     {
         return false;
     }
     name[length] = '\0';
-    return std::strlen(name) == length;
+    return KoPrivate::readValue(stream, &size, sizeof(size)) == sizeof(size) && std::strlen(name) == length;
 }
 
 /// \return whether every byte was taken.
@@ -64,8 +72,8 @@ bool writeRecord(IKoOStream& stream, const char* name, unsigned int size)
            KoPrivate::writeValue(stream, &size, sizeof(size)) == sizeof(size);
 }
 
-/// Removes an object that the caller has claimed. Its count becomes 0 first, so that who has it open already
-/// and waits to mark it will not take it for alive.
+/// Removes an object that the caller has claimed. Its count becomes 0, so that who has it open already and
+/// waits to mark it will not take it for alive. An object that the caller may not remove stays as it is.
 bool removeClaimed(const char* name, int descriptor)
 {
     void* const address =
@@ -74,10 +82,15 @@ bool removeClaimed(const char* name, int descriptor)
     {
         return false;
     }
-    // Relaxed: the lock of the claim, which every opener takes after it, orders this.
-    __atomic_store_n(static_cast<unsigned int*>(address), 0U, __ATOMIC_RELAXED);
+    const bool removed = KoSharedMemoryAccess::unlink(name);
+    if (removed)
+    {
+        // Relaxed: the lock of the claim, which every opener takes after it, orders this.
+        __atomic_store_n(static_cast<unsigned int*>(address), 0U, __ATOMIC_RELAXED);
+    }
+    const KoErrnoGuard guard;
     KoSharedMemoryAccess::unmap(address, COUNT_SIZE);
-    return KoSharedMemoryAccess::unlink(name);
+    return removed;
 }
 
 } // namespace
@@ -155,7 +168,7 @@ bool CKoReferencedSharedMemory::obtain(bool create)
         return false;
     }
     auto* const counter = static_cast<unsigned int*>(m_memory->getAddress());
-    if (!create && !incrementUnlessZero(*counter))
+    if (!create && !takeShared(*counter))
     {
         m_memory->unmap();
         return false;
@@ -165,13 +178,15 @@ bool CKoReferencedSharedMemory::obtain(bool create)
     return true;
 }
 
-/// Who comes to 0 is alone: nobody can open the object any longer, and nobody can make one of its name.
+/// Who comes to 0 is alone: nobody can open the object any longer, and nobody can make one of its name. The
+/// name goes first: the mapping keeps a supervisor from removing it, and so from letting somebody else have
+/// it, whose object would then lose it here.
 void CKoReferencedSharedMemory::dropShared()
 {
     if (!KoAtomic::testDecrement(*m_counter))
     {
-        m_memory->unmap();
         m_memory->unlink();
+        m_memory->unmap();
     }
     m_counter = nullptr;
     m_data = nullptr;
@@ -179,13 +194,12 @@ void CKoReferencedSharedMemory::dropShared()
 
 IKoOStream& operator<<(IKoOStream& stream, const TKoRefCountPointer<CKoReferencedSharedMemory>& reference)
 {
-    if (!reference || reference->m_counter == nullptr)
+    if (!reference || reference->m_counter == nullptr || !takeShared(*reference->m_counter))
     {
         doCheapAssert(__LINE__, SOURCE);
         writeRecord(stream, "", 0U);
         return stream;
     }
-    KoAtomic::increment(*reference->m_counter);
     if (!writeRecord(stream, reference->m_memory->getName(), reference->getSize()))
     {
         // Cannot be the last: the caller has one.
@@ -199,7 +213,7 @@ const IKoIStream& operator>>(const IKoIStream& stream,
 {
     char name[MAX_NAME_LENGTH + 1];
     unsigned int size = 0;
-    if (!readName(stream, name) || KoPrivate::readValue(stream, &size, sizeof(size)) != sizeof(size))
+    if (!readRecord(stream, name, size) || name[0] == '\0')
     {
         doCheapAssert(__LINE__, SOURCE);
         reference = {};

@@ -49,8 +49,9 @@ public:
     /// Creates an object. \return null when it exists or cannot be created, which is logged and reported.
     static TKoRefCountPointer<CKoReferencedSharedMemory> create(const char* name, unsigned int size);
 
-    /// Removes the name of an object that no live process maps, whatever its count says.
-    /// \return true when it was removed; false with `errno`: `EBUSY` while a live process maps it, `ENOENT`.
+    /// Removes the name of an object of this class that no live process maps, whatever its count says.
+    /// \return true when it was removed; false with `errno`: `EBUSY` while a live process maps it, `ENOENT`,
+    /// `EPERM` or `EACCES` for what the process may not remove.
     static bool removeAbandoned(const char* name);
 
     /// The data, shared by all who map it; null when construction failed.
@@ -81,7 +82,8 @@ private:
 
 /// Writes a reference: the length of the name in 32 bits, its bytes, and getSize() in 32 bits. The reference
 /// counts from before the first byte on, so that no reader can be early; one that could not be written whole
-/// is not counted. A null or failed reference is reported, and written as length 0 and size 0.
+/// is not counted. A reference that is null or failed, or whose count cannot go up, is reported, and written
+/// as length 0 and size 0.
 KO_EXPORT IKoOStream& operator<<(IKoOStream& stream,
                                  const TKoRefCountPointer<CKoReferencedSharedMemory>& reference);
 

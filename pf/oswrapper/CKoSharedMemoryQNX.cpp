@@ -206,6 +206,11 @@ bool CKoSharedMemory::mapNew(unsigned int firstWord)
     }
     const SharedMemoryResult result =
         KoPlatform::shm_make(m_name, PERMISSIONS, m_size, &firstWord, m_descriptor);
+    if (result == SharedMemoryResult::UNSIZED)
+    {
+        const KoErrnoGuard guard;
+        doCheapAssert(__LINE__, SOURCE);
+    }
     if (result == SharedMemoryResult::UNSIZED || result == SharedMemoryResult::REFUSED)
     {
         logNoHandle(m_name);

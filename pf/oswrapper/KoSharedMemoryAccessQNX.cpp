@@ -13,7 +13,6 @@ namespace
 {
 
 using namespace KoSharedMemoryAccess;
-using KoPlatform::SharedMemoryResult;
 
 constexpr unsigned int LOW_BYTE = 0xFFU;
 constexpr mode_t PERMISSIONS = 0777;
@@ -28,7 +27,7 @@ int make(const char* name, unsigned int size)
     return descriptor;
 }
 
-/// Opens a descriptor's object, which exists, and sets its size if wanted.
+/// Opens an object that exists, and sets its size if wanted.
 int openExisting(const char* name, unsigned int size, bool setsSize)
 {
     const int descriptor = KoPlatform::shm_open(name);
