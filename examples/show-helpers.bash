@@ -34,11 +34,11 @@ expect_status() {
     [ "$2" -eq "$3" ] || fault "$1 (it is $3)"
 }
 
-# await WHAT COMMAND...: until the command succeeds, for five seconds at most.
+# await WHAT COMMAND...: until the command succeeds, for twenty seconds at most.
 await() {
     local what=$1 tries
     shift
-    for ((tries = 0; tries < 100; tries++)); do
+    for ((tries = 0; tries < 400; tries++)); do
         ! "$@" 2>/dev/null || return 0
         sleep 0.05
     done

@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr double LEAST_DRIFT_MS = 1.0; ///< less is not told from lateness
+constexpr double LEAST_DRIFT_MS = 5.0; ///< less is not told from lateness on a busy machine
 constexpr unsigned int NAME_WIDTH = 12;
 constexpr char NO_SUCH_CHARACTER = '?';
 
@@ -44,10 +44,12 @@ CKoString decimal(double number)
     return text;
 }
 
+/// A timer that is late while the programs start, and in time later, has not left its grid.
 double driftOf(const Account& account)
 {
     const double driftMs = account.driftMs();
-    return std::abs(driftMs) < LEAST_DRIFT_MS ? 0.0 : driftMs;
+    const bool isEarly = account.lastLateness < 0;
+    return std::abs(driftMs) < LEAST_DRIFT_MS || (driftMs < 0.0 && !isEarly) ? 0.0 : driftMs;
 }
 
 CKoString driftText(const Account& account)

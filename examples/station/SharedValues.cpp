@@ -1,5 +1,6 @@
 #include "SharedValues.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -11,6 +12,7 @@ namespace
 
 constexpr unsigned int MOST_SOURCES = 16;
 constexpr unsigned int TEXT = 48;
+constexpr int MOST_TEXT = TEXT - 1;
 constexpr unsigned long long PARTS_OF_UNIT = 1000;
 
 } // namespace
@@ -26,6 +28,9 @@ struct SharedValues::Row
 /// Begins as zeros, which is how it begins.
 struct SharedValues::Board
 {
+    /// Whatever somebody may have written there, there are no more.
+    unsigned int count() const { return std::min(sources, MOST_SOURCES); }
+
     alignas(8) char object[TEXT]; ///< the name of the memory
     unsigned int sources;
     std::atomic<unsigned int> kept;
@@ -93,7 +98,7 @@ SharedValues& SharedValues::operator=(SharedValues&& other)
 
 void SharedValues::set(unsigned int source, unsigned long long value)
 {
-    if (isUsable() && source < m_board->sources)
+    if (isUsable() && source < m_board->count())
     {
         m_board->rows[source].value = value;
         ++m_board->rows[source].samples;
@@ -124,7 +129,7 @@ bool SharedValues::isOver() const
 unsigned int SharedValues::samples() const
 {
     unsigned int sum = 0;
-    for (unsigned int source = 0; source < m_board->sources; ++source)
+    for (unsigned int source = 0; source < m_board->count(); ++source)
     {
         sum += m_board->rows[source].samples;
     }
@@ -134,11 +139,12 @@ unsigned int SharedValues::samples() const
 void SharedValues::print() const
 {
     std::printf("viewer: %u samples, %u kept;", samples(), m_board->kept.load());
-    for (unsigned int source = 0; source < m_board->sources; ++source)
+    for (unsigned int source = 0; source < m_board->count(); ++source)
     {
         const Row& row = m_board->rows[source];
         const unsigned long long value = row.value;
-        std::printf(" %s %llu.%03llu %s;", row.name, value / PARTS_OF_UNIT, value % PARTS_OF_UNIT, row.unit);
+        std::printf(" %.*s %llu.%03llu %.*s;", MOST_TEXT, row.name, value / PARTS_OF_UNIT,
+                    value % PARTS_OF_UNIT, MOST_TEXT, row.unit);
     }
     std::printf("\n");
 }
@@ -151,7 +157,7 @@ void SharedValues::settle()
         return;
     }
     char object[TEXT];
-    std::snprintf(object, sizeof(object), "%s", m_board->object);
+    std::snprintf(object, sizeof(object), "%.*s", MOST_TEXT, m_board->object);
     m_board = nullptr;
     m_memory = {};
     CKoReferencedSharedMemory::removeAbandoned(object);

@@ -25,8 +25,8 @@ namespace
 {
 
 constexpr int MODULE = 1;
-constexpr int POLL_MS = 20;            ///< how soon a new recorder is seen
-constexpr int LAST_RECORDER_MS = 3000; ///< how long a recorder is waited for at the end
+constexpr int POLL_MS = 20;             ///< how soon a new recorder is seen
+constexpr int LAST_RECORDER_MS = 20000; ///< how long a recorder is waited for at the end
 constexpr int FAILED = 2;
 constexpr std::int64_t NS_PER_MS = 1000000;
 

@@ -25,9 +25,9 @@ namespace
 
 constexpr int FAILED = 2;
 constexpr int ANSWER_MS = 500;
-constexpr int MEMORY_MS = 5000; ///< how long a recorder that has the memory is waited for
+constexpr int MEMORY_MS = 10000; ///< how long a recorder that has the memory is waited for
 constexpr int PRINT_MS = 100;
-constexpr int MOST_STILL = 100; ///< looks in a row without a new value: the sampler is gone
+constexpr int MOST_STILL = 300; ///< looks in a row without a new value: the sampler is gone
 
 /// Asks a recorder. \return the stream that the memory is in; nothing if there is no such recorder.
 std::optional<CKoByteStream> ask(const Address& recorder)
