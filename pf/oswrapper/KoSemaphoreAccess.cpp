@@ -6,6 +6,7 @@
 #include "pf/oswrapper/KoSyslog.h"
 #include "pf/platform/KoPlatformTimeout.h"
 #include "pf/platform/KoThreadVisit.h"
+#include "pf/platform/KoThreadWait.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -145,6 +146,8 @@ int giveInside(SEMHANDLE& h)
 /// begins before it gives the lock back.
 int wakeNewcomer(SEMHANDLE& h)
 {
+    // A thread that ended here would leave the waiter asleep beside the unit.
+    const KoPlatform::TerminationDeferral deferral;
     if (enterSemaphore(h, KoPlatform::NO_DEADLINE) == 0)
     {
         leaveSemaphore(h);

@@ -61,17 +61,16 @@ bool giveUnits(SEMHANDLE& h, unsigned int units)
 {
     // Relaxed: the exchange compares again.
     unsigned int count = __atomic_load_n(&h.count, __ATOMIC_RELAXED);
-    while (count < h.maximum)
+    unsigned int added = 0U;
+    do
     {
-        const unsigned int added = std::min(units, h.maximum - count);
+        // A unit that is dropped is exchanged as well: who takes the one that is there sees what the caller
+        // has done before.
+        added = count < h.maximum ? std::min(units, h.maximum - count) : 0U;
         // Its release pairs with the acquire in takeUnit, its order with the look for waiters is told above.
-        if (__atomic_compare_exchange_n(&h.count, &count, count + added, true, __ATOMIC_SEQ_CST,
-                                        __ATOMIC_RELAXED))
-        {
-            return true;
-        }
-    }
-    return false;
+    } while (!__atomic_compare_exchange_n(&h.count, &count, count + added, true, __ATOMIC_SEQ_CST,
+                                          __ATOMIC_RELAXED));
+    return added != 0U;
 }
 
 bool hasWaiters(const SEMHANDLE& h)
@@ -101,14 +100,17 @@ SWaitResult sleepInSemaphore(SEMHANDLE& h, unsigned long long deadlineNs)
     int relockError = 0;
     const int error = waitForCondition(h.condition, h.lock, deadlines, relockError);
     endWait(h);
-    if (error == ECANCELED)
+    if (relockError != 0)
+    {
+        // The wake-up that this thread may have got goes to another one, and the unit with it.
+        wakeWaiter(h);
+    }
+    if (relockError == ECANCELED)
     {
         endCallingThread();
     }
     if (relockError != 0)
     {
-        // The wake-up that this thread may have got goes to another one, and the unit with it.
-        wakeWaiter(h);
         return SWaitResult{relockError, false};
     }
     wakeAfterTakeover(h);

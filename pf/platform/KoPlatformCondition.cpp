@@ -49,21 +49,23 @@ int sleepUntilWoken(_sync& condition, unsigned int sequence, unsigned long long 
     return error == EAGAIN || onlyLook ? 0 : error;
 }
 
+int wake(_sync& condition, int count)
+{
+    return waiters(condition) == 0U ? 0 : futexAdvance(&condition.owner, count, isShared(condition));
+}
+
 /// One error number for both halves of a wait.
 int waitOn(_sync& condition, _sync& mutex, const ConditionDeadlines& deadlines)
 {
     int relockError = 0;
     const int error = waitForCondition(condition, mutex, deadlines, relockError);
-    if (error == ECANCELED)
+    if (relockError == ECANCELED)
     {
+        // A wake-up that this thread got goes to another one.
+        error == 0 ? wake(condition, 1) : 0;
         endCallingThread();
     }
     return relockError != 0 ? relockError : error;
-}
-
-int wake(_sync& condition, int count)
-{
-    return waiters(condition) == 0U ? 0 : futexAdvance(&condition.owner, count, isShared(condition));
 }
 
 } // namespace

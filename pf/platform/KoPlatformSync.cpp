@@ -185,7 +185,7 @@ bool spinUntilFree(_sync& mutex, unsigned int self)
     return false;
 }
 
-/// Waits in the kernel, and decides what its refusals mean.
+/// Waits in the kernel, and decides what its refusals mean. `ECANCELED` when the calling thread is to end.
 class KernelWait
 {
 public:
@@ -211,7 +211,7 @@ public:
             }
             if (isTerminationRequested())
             {
-                endCallingThread();
+                return ECANCELED;
             }
             const unsigned long long sliceEndNs = endOfSlice();
             const int error = futexLock(&m_mutex.owner, isShared(m_mutex), sliceEndNs);
@@ -300,13 +300,20 @@ private:
     bool m_reported = false;
 };
 
+/// `ECANCELED` when the calling thread is to end.
+int waitTerminable(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
+{
+    return spinUntilFree(mutex, self) ? 0 : KernelWait(mutex, self, deadlineNs).run();
+}
+
 int waitForMutex(_sync& mutex, unsigned int self, unsigned long long deadlineNs)
 {
-    if (spinUntilFree(mutex, self))
+    const int error = waitTerminable(mutex, self, deadlineNs);
+    if (error == ECANCELED)
     {
-        return 0;
+        endCallingThread();
     }
-    return KernelWait(mutex, self, deadlineNs).run();
+    return error;
 }
 
 /// Takes a mutex at once whose owner is gone.
@@ -361,14 +368,15 @@ int lockMutexUntil(_sync& mutex, unsigned long long deadlineNs)
 
 int relockMutexUntil(_sync& mutex, unsigned long long deadlineNs)
 {
-    if (takeFree(mutex, kernelThreadSelf()))
+    const unsigned int self = kernelThreadSelf();
+    if (takeFree(mutex, self))
     {
         return 0;
     }
     // On one processor the waking thread was interrupted by the woken one: letting it go on costs less than
     // having the kernel hand the mutex over.
     sched_yield();
-    return lockMutexUntil(mutex, deadlineNs);
+    return takeFree(mutex, self) ? 0 : waitTerminable(mutex, self, deadlineNs);
 }
 
 unsigned int releaseMutex(_sync& mutex)

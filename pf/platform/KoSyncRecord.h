@@ -42,8 +42,9 @@ inline bool isOwnedBy(const _sync& sync, unsigned int kernelId)
 /// Takes or waits for a mutex until the deadline; see pthread_mutex_lock.
 int lockMutexUntil(_sync& mutex, unsigned long long deadlineNs);
 
-/// The same for a thread that was just woken by one that may still own the mutex, and is about to give it
-/// back.
+/// The same for a thread that does not own the mutex and was just woken by one that may still own it, and is
+/// about to give it back. `ECANCELED`, without the mutex, when the thread is to end, which is left to the
+/// caller: it may have to pass its wake-up on.
 int relockMutexUntil(_sync& mutex, unsigned long long deadlineNs);
 
 /// Gives a mutex back that the caller owns, however often it was locked. \return how often it was locked

@@ -235,21 +235,44 @@ TEST(KoSemaphoreAccess, MayBeDestroyedByWhoeverTookTheLastUnit)
     }
 }
 
+void* takeWithoutLimit(void* record)
+{
+    KoSemaphoreAccess::lock(*static_cast<SEMHANDLE*>(record), -1);
+    return nullptr;
+}
+
 TEST(KoSemaphoreAccess, LetsAWaiterBeEndedWithoutCountingItForEver)
 {
     SEMHANDLE& h = makeSemaphore(0, 1);
-    const auto body = [](void* record) -> void*
-    {
-        KoSemaphoreAccess::lock(*static_cast<SEMHANDLE*>(record), -1);
-        return nullptr;
-    };
-    const int tid = KoPlatform::ThreadCreate(0, body, &h, nullptr);
+    const int tid = KoPlatform::ThreadCreate(0, takeWithoutLimit, &h, nullptr);
     ASSERT_TRUE(waitForWaiters(h, 1U));
     EXPECT_EQ(KoPlatform::ThreadDestroy(tid, -1, nullptr), 0);
     EXPECT_EQ(KoPlatform::ThreadJoin_r(tid, nullptr), 0);
     EXPECT_EQ(h.waiters, 0U);
     EXPECT_EQ(KoSemaphoreAccess::unlock(h), 0);
     expectLock(h, 0, 0);
+}
+
+TEST(KoSemaphoreAccess, HandsOnTheUnitOfAWaiterThatIsEndedOnItsWayBack)
+{
+    SEMHANDLE& h = makeSemaphore(0, 1);
+    const int tid = KoPlatform::ThreadCreate(0, takeWithoutLimit, &h, nullptr);
+    ASSERT_TRUE(waitForWaiters(h, 1U));
+    std::thread patient([&] { expectLock(h, 60000, 0); });
+    ASSERT_TRUE(waitForWaiters(h, 2U));
+    const Stopwatch watch;
+    {
+        // The first one is woken and comes no further than to the lock.
+        const Holder holder(h.lock);
+        h.count = 1U;
+        KoPlatform::pthread_cond_signal(&h.condition);
+        ASSERT_TRUE(hasWaiter(h.lock));
+        EXPECT_EQ(KoPlatform::ThreadDestroy(tid, -1, nullptr), 0);
+        EXPECT_EQ(KoPlatform::ThreadJoin_r(tid, nullptr), 0);
+    }
+    patient.join();
+    EXPECT_TRUE(watch.isWithin(0, 10000));
+    EXPECT_EQ(h.waiters + h.count, 0U);
 }
 
 TEST(KoSemaphoreAccess, HandsOnWhatAKilledProcessLeftBehind)
