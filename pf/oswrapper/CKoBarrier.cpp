@@ -2,6 +2,7 @@
 
 #include "pf/oswrapper/KoSemaphoreAccess.h"
 #include "pf/oswrapper/KoSemaphoreRecord.h"
+#include "pf/platform/KoFutex.h"
 #include "pf/platform/KoPlatformTimeout.h"
 #include "pf/platform/KoThreadVisit.h"
 #include "pf/platform/KoThreadWait.h"
@@ -22,12 +23,12 @@ namespace
 
 using namespace KoPrivate;
 
-constexpr unsigned int ARRIVAL_BITS = 20U; // more threads than the host can have
+constexpr unsigned int ARRIVAL_BITS = 20U; // more threads than a process can have
 constexpr unsigned int ARRIVALS = (1U << ARRIVAL_BITS) - 1U;
 constexpr unsigned int ONE_ROUND = ARRIVALS + 1U;
 
-// A second in all: a released thread leaves at once, one of a process that was killed meanwhile never does.
-constexpr int LEAVE_PAUSES = 10000;
+// A released thread leaves at once, one of a process that was killed meanwhile never does.
+constexpr unsigned long long LEAVE_NS = 1000000000ULL;
 constexpr unsigned long long PAUSE_NS = 100000ULL;
 
 /// The round of a half's word.
@@ -70,13 +71,25 @@ CKoSubBarrier::CKoSubBarrier(unsigned int participants, bool shared)
 
 CKoSubBarrier::~CKoSubBarrier()
 {
-    const auto isEmpty = [this]
-    { return load(m_semaphore.count) == 0U && load(m_semaphore.lock.owner) == 0U; };
-    for (int i = 0; i < LEAVE_PAUSES && !isEmpty(); ++i)
+    const unsigned long long deadlineNs = KoPlatform::futexClockNow() + LEAVE_NS;
+    while (mustLeave(deadlineNs) && KoPlatform::futexClockNow() < deadlineNs)
     {
         KoPlatform::pauseFor(PAUSE_NS);
     }
     KoSemaphoreAccess::destroy(m_semaphore);
+}
+
+/// Whether released threads have not left yet. Each takes its unit inside, so whoever has the lock and sees
+/// no unit is alone.
+bool CKoSubBarrier::mustLeave(unsigned long long deadlineNs)
+{
+    if (enterSemaphore(m_semaphore, deadlineNs) != 0)
+    {
+        return false;
+    }
+    const bool result = load(m_semaphore.count) != 0U;
+    leaveSemaphore(m_semaphore);
+    return result;
 }
 
 void CKoSubBarrier::waitForEndOf(unsigned int round)

@@ -10,14 +10,15 @@
 /// threads than participants may take turns. What a thread did before wait() is seen by all of its cycle
 /// after it. Nobody may be inside when the object is destroyed.
 ///
-/// A process that is killed while it waits has arrived: the others go on without it when the rest has come,
-/// and the next cycle lacks it until somebody calls breakThrough(). One that is killed while it releases a
-/// cycle delays the others by at most a second.
+/// A process that is killed while it waits has arrived, and so has a thread that is ended: the others go on
+/// without it when the rest has come, and the next cycle lacks it until somebody calls breakThrough(). One
+/// that is killed while it releases a cycle delays the others by at most a second. After either, destroying
+/// the barrier may take a few seconds.
 class CKoBarrier
 {
 public:
-    /// \param participants threads that meet; fewer than 2 need not wait for anybody. \param shared makes it
-    /// usable across processes when the object lies in shared memory.
+    /// \param participants threads that meet, counted up to 2^20 - 1; fewer than 2 need not wait for anybody.
+    /// \param shared makes it usable across processes when the object lies in shared memory.
     KO_EXPORT CKoBarrier(unsigned int participants, bool shared);
     /// A barrier of one process.
     KO_EXPORT explicit CKoBarrier(unsigned int participants);

@@ -28,6 +28,7 @@ public:
 private:
     friend class ::CKoBarrier;
 
+    bool mustLeave(unsigned long long deadlineNs);
     void waitForEndOf(unsigned int round);
 
     KoOSTypes::SEMHANDLE m_semaphore;
