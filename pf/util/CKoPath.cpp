@@ -37,6 +37,10 @@ unsigned int charactersIn(const CKoString& text, unsigned int bytes)
 /// \return the characters from byte `first` up to byte `last`; neither is inside a character.
 CKoString partOf(const CKoString& text, unsigned int first, unsigned int last)
 {
+    if (first == last)
+    {
+        return CKoString();
+    }
     const char* const bytes = text.c_str();
     const bool isAscii = text.length() == text.byteLength();
     const unsigned int characters =

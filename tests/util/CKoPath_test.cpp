@@ -137,9 +137,11 @@ TEST(CKoPath, sharesWhatItNeedNotChange)
 {
     const CKoString text("/var/lib/station");
     CKoPath path(text);
+    const CKoPath root("/");
     const KoTest::AllocationCounter allocations;
     EXPECT_EQ(path.canonify().getString().c_str(), text.c_str());
     EXPECT_EQ(CKoPath("").getLeaf().c_str(), CKoString::null.c_str());
+    EXPECT_EQ(root.getLeaf().c_str(), CKoString::null.c_str());
     EXPECT_EQ(allocations.count(), 0U);
     CKoPath::convertSeparators(nullptr);
     CKoPath::setSimulationRoot("/elsewhere");
