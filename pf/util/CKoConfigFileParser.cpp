@@ -1,6 +1,8 @@
 #include "pf/util/CKoConfigFileParser.h"
 
 #include "pf/containers/KoAlgorithm.h"
+#include "pf/oswrapper/KoErrnoGuard.h"
+#include "pf/platform/KoPlatformClose.h"
 #include "pf/platform/KoPlatformFile.h"
 #include "pf/platform/KoPlatformRetry.h"
 
@@ -23,7 +25,11 @@ public:
         : m_descriptor(descriptor)
     {
     }
-    ~CLineReader() { ::close(m_descriptor); }
+    ~CLineReader()
+    {
+        const KoErrnoGuard guard;
+        KoPlatform::close(m_descriptor);
+    }
     CLineReader(const CLineReader&) = delete;
     CLineReader& operator=(const CLineReader&) = delete;
 
@@ -101,6 +107,7 @@ bool CLineReader::readOn()
     {
         return false;
     }
+    const KoErrnoGuard guard;
     const std::size_t kept = available();
     std::memmove(m_bytes, m_begin, kept);
     m_begin = m_bytes;
@@ -165,7 +172,7 @@ bool CKoConfigFileParser::parse(const CKoString& fileName) const
 bool CKoConfigFileParser::parse(const CKoString& fileName, unsigned int& lineNumber) const
 {
     lineNumber = 0U;
-    const int descriptor = KoPlatform::open(fileName.c_str(), O_RDONLY);
+    const int descriptor = KoPlatform::open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
     {
         return false;

@@ -72,7 +72,8 @@ public:
     /// Reads the file once from front to back and calls back for each line of a registered section. Waits for
     /// whatever the file waits for, a pipe for instance; allocates nothing.
     /// \return false, with `errno`, if the file cannot be opened: nothing was called back. True otherwise,
-    /// also when a callback ended the parse, or a read error did, like the end of the file.
+    /// also when a callback ended the parse, or a read error did, like the end of the file; `errno` is then
+    /// what the callbacks left.
     bool parse(const CKoString& fileName) const;
 
     /// The same, for callbacks that name the place of a line.

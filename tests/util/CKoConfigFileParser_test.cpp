@@ -273,7 +273,10 @@ TEST_F(CKoConfigFileParserTest, refusesOnlyWhatCannotBeOpened)
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(listener.lineNumber, 0U);
     }
-    EXPECT_TRUE(parser.parse(m_directory.path().c_str())) << "a directory fails where it is read";
+    const CKoString directory(m_directory.path().c_str());
+    errno = EAGAIN;
+    EXPECT_TRUE(parser.parse(directory)) << "a directory fails where it is read";
+    EXPECT_EQ(errno, EAGAIN);
     EXPECT_TRUE(listener.lines.empty());
     const int next = dup(0);
     close(next);
