@@ -22,13 +22,14 @@ SKoModuleData* sModuleData = nullptr;
 
 constexpr char NO_BREAK[] = "--nobreak";
 constexpr char MEMORY_TRACE[] = "--memtrace=";
-constexpr unsigned int MAX_TRACE_LEVEL = 1;
+constexpr long long MAX_TRACE_LEVEL = 1;
 
 void evaluateTraceLevel(const char* value)
 {
-    // The widest type: a converted number that does not fit would be cut, perhaps to a valid level.
-    unsigned long long level = 0;
-    if (std::sscanf(value, "%llu", &level) == 1 && level <= MAX_TRACE_LEVEL)
+    // The widest type, and one with a sign: a number that does not fit would be cut, and a negative one would
+    // wrap around, perhaps to a valid level.
+    long long level = 0;
+    if (std::sscanf(value, "%lld", &level) == 1 && level >= 0 && level <= MAX_TRACE_LEVEL)
     {
         sModuleData->memoryTraceLevel = static_cast<unsigned int>(level);
     }

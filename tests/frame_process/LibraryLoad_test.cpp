@@ -32,7 +32,10 @@ TEST(LibraryLoad, servesUsesThatComeBeforeItsConstructors)
         {{"--nobreak", "--memtrace= 1x"}, 1, 0},
         {{"--memtrace=1", "--nobreak", "--memtrace=0"}, 0, 0},
         {{"--memtrace=1", "--memtrace=2", "--memtrace=-1", "--memtrace=", "--memtrace=x"}, 1, 1},
-        {{"--memtrace=4294967297", "--nobreaks", "-nobreak", "memtrace=1", "--memtrace"}, 0, 1}};
+        {{"--memtrace=4294967297", "--memtrace=-18446744073709551615", "--nobreaks", "-nobreak", "memtrace=1",
+          "--memtrace"},
+         0,
+         1}};
     for (const Case& entry : cases)
     {
         const std::string level = std::to_string(entry.level);
