@@ -30,13 +30,14 @@ public:
     /// map, unmap or close.
     bool open(const CKoPath& path);
 
-    /// Ends the former mapping, then maps `size` bytes from `offset` of the file.
+    /// Ends the former mapping, then maps `size` bytes from `offset` of the file. A former mapping that the
+    /// platform does not end is logged and, once there is the new one, left where it is.
     ///
     /// Without an open file the memory is private, zero-filled and writable, and `offset` is not used.
     /// \param offset a multiple of the page size. \param size above 0; the pages behind the end of the file
     /// cannot be touched. \param lazy whether pages may be provided when they are first touched; a platform
     /// that always does so ignores it.
-    /// \return false with `errno`, and then nothing is mapped.
+    /// \return false with `errno`, and then nothing new is mapped.
     bool map(unsigned long long offset, unsigned int size, bool lazy);
 
     /// Ends the mapping; true when there is none. When the platform refuses, the mapping stays.
