@@ -191,8 +191,10 @@ TEST(CKoIODevice, JoinsPathsThroughTheHook)
     const Server longName(("a/" + longest).c_str());
     EXPECT_TRUE(device.open("a", longest.c_str(), READ_WRITE));
     CKoIODevice unchanged;
-    EXPECT_FALSE(unchanged.open("a", (longest + "n").c_str(), READ_WRITE));
-    EXPECT_EQ(unchanged.getLastError(), 0);
+    const std::string tooLong = longest + "n"; // takes memory, which changes errno
+    errno = 77;
+    EXPECT_FALSE(unchanged.open("a", tooLong.c_str(), READ_WRITE));
+    EXPECT_TRUE(unchanged.getLastError() == 0 && errno == 77);
 }
 
 TEST(CKoIODevice, TellsRunningOutOfTimeFromSuccessAndFailure)
@@ -407,7 +409,7 @@ private:
 
 TEST(CKoIODevice, LetsOneServerWorkAtATimeWhileOthersComeAndGo)
 {
-    const int rounds = 2000 / static_cast<int>(KoTest::slowness());
+    const int rounds = 300 / static_cast<int>(KoTest::slowness());
     KoTest::inThreads(4,
                       [=](int index)
                       {
