@@ -382,7 +382,7 @@ TEST(CKoReferencedSharedMemory, CannotBeOpenedWhileASupervisorHasClaimedIt)
 /// is gone for good.
 TEST(CKoReferencedSharedMemory, IsOpenedAliveOrNotAtAllWhileItsLastReferenceGoes)
 {
-    const unsigned int rounds = 3000 / KoTest::slowness();
+    const unsigned int rounds = 500 / KoTest::slowness();
     const ObjectName name;
     KoTest::Starter& starter = KoTest::makeShared<KoTest::Starter>();
     const AnyAssertions any;

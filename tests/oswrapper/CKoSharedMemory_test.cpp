@@ -247,7 +247,7 @@ void runSide(Race& race, unsigned int side, unsigned int rounds, const char* nam
 
 TEST(CKoSharedMemory, HasOneCreatorInARaceAndNobodyTouchesAPageThatIsNotThere)
 {
-    const unsigned int rounds = 2000 / KoTest::slowness();
+    const unsigned int rounds = 600 / KoTest::slowness();
     const unsigned int expected = CKoAsserter::getExpectedAssertions();
     for (const Creator creator : {raceMap, raceMap2, raceShMem, raceReferenced})
     {
