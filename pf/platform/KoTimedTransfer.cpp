@@ -1,5 +1,6 @@
 #include "pf/platform/KoTimedTransfer.h"
 
+#include "pf/oswrapper/KoErrnoGuard.h"
 #include "pf/platform/KoFailure.h"
 #include "pf/platform/KoPlatformClock.h"
 #include "pf/platform/KoPlatformRetry.h"
@@ -271,6 +272,7 @@ ssize_t transferUntil(int descriptor, Direction direction, char* data, std::size
     int error = 0;
     std::size_t moved = 0;
     {
+        const KoErrnoGuard guard; // what the way there tried and missed is no business of the caller
         End end(descriptor, direction, status.st_mode);
         error = move(end, data, size, direction, deadlineNs, moved);
     }
