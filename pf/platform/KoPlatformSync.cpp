@@ -516,8 +516,9 @@ int SyncMutexUnlock_r(_sync* mutex)
         {
             return EPERM;
         }
-        annotateReleasing(*mutex);
-        error = futexUnlock(&mutex->owner, isShared(*mutex));
+        const bool shared = isShared(*mutex);
+        annotateReleasing(*mutex); // the last look at the record: the next owner may destroy it
+        error = futexUnlock(&mutex->owner, shared);
     }
     return error;
 }
